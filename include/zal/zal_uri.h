@@ -35,7 +35,7 @@ typedef struct vorn_uri_parts {
 /**
  * Parses a URI or a relative reference, such as a request's name.
  *
- * Ownership: the caller destroys the handle with ZAL_UriParser_Destroy; the text stays the caller's and must outlive it.
+ * Ownership: the caller destroys the handle with ZAL_UriParser_Destroy; the text stays the caller's and outlives it.
  * Errors:    a null text, a text that is no URI, memory ran out: null.
  * Source:    RFC 3986.
  *
@@ -118,8 +118,8 @@ ZAL_EXPORT int vorn_uri_decode(const char* source, char* output, size_t size) ZA
  * host; without "//" it has only its scheme. The port is read as strtol does, and saturates at the limits of int32_t.
  *
  * Threads: looks in the services database (getservbyname_r) when a host follows a scheme and has no port of its own.
- * Errors:  every text is a URI; a null one is empty. The decoded text is cut to 2046 characters, each field to its size.
- *          A null `parts` does nothing.
+ * Errors:  every text is a URI; a null one is empty. The decoded text is cut to 2046 characters, each field to what it
+ *          holds. A null `parts` does nothing.
  * Source:  services(5).
  *
  * @return 0
