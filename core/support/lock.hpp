@@ -4,7 +4,7 @@
 #include <zal/zal_runtime.h>
 
 #include <memory>
-#include <utility>
+#include <mutex>
 
 #if defined(__clang__)
 #define ZAL_THREAD_ANNOTATION(x) __attribute__((x))
@@ -40,16 +40,32 @@ class ZAL_CAPABILITY("mutex") Mutex {
   ZAL_MutexHandle handle_;
 };
 
-/// Holds a mutex for the length of a scope.
+/// A mutex for state of the process: constant-initialised, so that no two threads race to make it and no destructor
+/// ends it before the last use. The logging uses it too, since making a Mutex may log.
+class ZAL_CAPABILITY("mutex") StaticMutex {
+ public:
+  constexpr StaticMutex() noexcept = default;
+  StaticMutex(const StaticMutex&) = delete;
+  StaticMutex& operator=(const StaticMutex&) = delete;
+
+  void lock() noexcept ZAL_ACQUIRE() { mutex_.lock(); }
+  void unlock() noexcept ZAL_RELEASE() { mutex_.unlock(); }
+
+ private:
+  std::mutex mutex_;
+};
+
+/// Holds a Mutex or a StaticMutex for the length of a scope.
+template <class AnyMutex>
 class ZAL_SCOPED_CAPABILITY LockGuard {
  public:
-  explicit LockGuard(Mutex& mutex) noexcept ZAL_ACQUIRE(mutex) : mutex_{mutex} { mutex_.lock(); }
+  explicit LockGuard(AnyMutex& mutex) noexcept ZAL_ACQUIRE(mutex) : mutex_{mutex} { mutex_.lock(); }
   ~LockGuard() ZAL_RELEASE() { mutex_.unlock(); }
   LockGuard(const LockGuard&) = delete;
   LockGuard& operator=(const LockGuard&) = delete;
 
  private:
-  Mutex& mutex_;
+  AnyMutex& mutex_;
 };
 
 struct CondDestroy {

@@ -1,0 +1,228 @@
+// The state and the work behind log_file.hpp. Working buffers are on the stack, so nothing here fails for want of
+// memory except glob, and then no old file is removed. Nothing here logs.
+#include "base/zal_log/log_file.hpp"
+
+#include <zal/zal_runtime.h>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <glob.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <limits>
+
+#include "support/descriptor.hpp"
+#include "support/local_time.hpp"
+#include "support/lock.hpp"
+
+namespace zal::logfile {
+namespace {
+
+constexpr std::size_t kPathSize = 256;
+constexpr std::size_t kLongestDirectory = 62;
+constexpr double kGigabyte = 1073741824.0;
+
+using Path = std::array<char, kPathSize>;
+using Directory = std::array<char, 64>;
+
+constinit std::atomic<bool> fileLoggingOn{false};
+
+constinit StaticMutex mutex;
+constinit int maxBytes ZAL_GUARDED_BY(mutex) = 1000000;
+constinit int maxFiles ZAL_GUARDED_BY(mutex) = 2;
+constinit Directory logDirectory ZAL_GUARDED_BY(mutex) = {};
+constinit std::array<char, 32> processName ZAL_GUARDED_BY(mutex) = {};
+/// The current log file; empty means that the next write builds it anew.
+constinit Path g_debugFilePath ZAL_GUARDED_BY(mutex) = {};
+
+template <std::size_t N>
+bool isEmpty(const std::array<char, N>& text) noexcept {
+  return text[0] == '\0';
+}
+
+/// "<directory>/<name>.log" as far as it fits.
+Path pathOf(const Directory& directory, const char* name) noexcept {
+  Path path{};
+  zalstrlcpy(path.data(), directory.data(), path.size());
+  const std::size_t length = std::strlen(path.data());
+  if (length > 0 && path[length - 1] != '/') zalstrlcat(path.data(), "/", path.size());
+  zalstrlcat(path.data(), name, path.size());
+  zalstrlcat(path.data(), ".log", path.size());
+  return path;
+}
+
+void readProcessNameLocked() noexcept ZAL_REQUIRES(mutex) {
+  std::array<char, 32> source{};
+  std::snprintf(source.data(), source.size(), "/proc/%d/comm", static_cast<int>(getpid()));
+  processName = {};
+  const Descriptor comm{open(source.data(), O_RDONLY | O_CLOEXEC)};
+  if (comm.isOpen()) static_cast<void>(comm.readUpTo(processName.data(), processName.size() - 1));
+  ZAL_TrimLine(processName.data());
+  if (isEmpty(processName)) zalstrlcpy(processName.data(), program_invocation_short_name, processName.size());
+}
+
+/// The process's name, which is needed before the environment is read when a program closes a file or moves the
+/// directory before its first line.
+const char* processNameLocked() noexcept ZAL_REQUIRES(mutex) {
+  if (isEmpty(processName)) readProcessNameLocked();
+  return processName.data();
+}
+
+/// Size of the current log file, or -1 when there is none. The 64-bit call sees files that outgrew a 32-bit off_t.
+std::int64_t sizeLocked() noexcept ZAL_REQUIRES(mutex) {
+  struct stat64 status {};
+  return stat64(g_debugFilePath.data(), &status) == 0 ? status.st_size : -1;
+}
+
+/// The glob pattern for everything that begins with `path` and a dot; characters of the path itself match only
+/// themselves.
+std::array<char, 2 * kPathSize + 2> rotatedPattern(const Path& path) noexcept {
+  std::array<char, 2 * kPathSize + 2> pattern{};
+  std::size_t end = 0;
+  for (const char* at = path.data(); *at != '\0'; ++at) {
+    if (std::strchr("*?[\\", *at) != nullptr) pattern[end++] = '\\';
+    pattern[end++] = *at;
+  }
+  zalstrlcat(pattern.data(), ".*", pattern.size());
+  return pattern;
+}
+
+/// Makes room for one more rotated file. Their stamps sort in time order, so the first match is the oldest.
+void removeOldestLocked() noexcept ZAL_REQUIRES(mutex) {
+  glob_t found{};
+  const bool matched = glob(rotatedPattern(g_debugFilePath).data(), GLOB_ERR, nullptr, &found) == 0;
+  if (matched && found.gl_pathc >= static_cast<std::size_t>(maxFiles)) std::remove(found.gl_pathv[0]);
+  globfree(&found);
+}
+
+void rotateLocked() noexcept ZAL_REQUIRES(mutex) {
+  const auto now = localTime();
+  if (!now) return;
+  removeOldestLocked();
+  std::array<char, 326> rotated{};
+  std::snprintf(rotated.data(), rotated.size(), "%s.%04d%02d%02d-%02d:%02d:%02d", g_debugFilePath.data(),
+                now->tm_year + 1900, now->tm_mon + 1, now->tm_mday, now->tm_hour, now->tm_min, now->tm_sec);
+  static_cast<void>(std::rename(g_debugFilePath.data(), rotated.data()));  // the file then grows on until it succeeds
+}
+
+void closeLocked(const char* name) noexcept ZAL_REQUIRES(mutex) {
+  if ((name != nullptr || isEmpty(g_debugFilePath)) && !isEmpty(logDirectory))
+    g_debugFilePath = pathOf(logDirectory, name != nullptr ? name : processNameLocked());
+  if (isEmpty(g_debugFilePath)) return;
+  if (sizeLocked() > (name != nullptr ? 0 : maxBytes)) rotateLocked();
+  if (name != nullptr) g_debugFilePath = {};
+}
+
+/// Opens the current log file for appending.
+Descriptor openLocked() noexcept ZAL_REQUIRES(mutex) {
+  if (isEmpty(g_debugFilePath) && !isEmpty(logDirectory)) g_debugFilePath = pathOf(logDirectory, processNameLocked());
+  if (isEmpty(g_debugFilePath)) {
+    std::fputs("zal g_debugFilePath is empty\n", stdout);
+    std::fflush(stdout);
+    return Descriptor{-1};
+  }
+  constexpr mode_t kLikeFopen = 0666;
+  return Descriptor{open(g_debugFilePath.data(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_LARGEFILE, kLikeFopen)};
+}
+
+/// The current file moves along when the directory changes.
+void changeDirectoryLocked(const Directory& directory) noexcept ZAL_REQUIRES(mutex) {
+  const Path before = pathOf(logDirectory, processNameLocked());
+  const Path after = pathOf(directory, processNameLocked());
+  logDirectory = directory;
+  if (before != after) static_cast<void>(std::rename(before.data(), after.data()));  // else the file starts anew
+}
+
+bool canOpenDirectory(const char* directory) noexcept {
+  DIR* const opened = opendir(directory);
+  if (opened != nullptr) closedir(opened);
+  return opened != nullptr;
+}
+
+void warnAboutSpace(int bytes, int files) noexcept {
+  if (static_cast<double>(bytes) * static_cast<double>(files) <= kGigabyte) return;
+  dprintf(STDERR_FILENO,
+          "WARNING: the combination of debug options bytes (%ld) and file count (%lu) exceeds a gigabyte\n",
+          static_cast<long>(bytes), static_cast<unsigned long>(files));
+}
+
+}  // namespace
+
+bool isOn() noexcept {
+  return fileLoggingOn.load(std::memory_order_acquire);
+}
+
+bool append(const char* format, std::va_list arguments) noexcept {
+  const LockGuard hold{mutex};
+  {
+    const Descriptor file = openLocked();
+    if (!file.isOpen()) return false;
+    vdprintf(file.get(), format, arguments);
+  }
+  closeLocked(nullptr);
+  return true;
+}
+
+void nameAfterProcess() noexcept {
+  const LockGuard hold{mutex};
+  readProcessNameLocked();
+}
+
+int setDirectory(const char* directory) noexcept {
+  if (directory == nullptr || *directory == '\0') return -1;
+  const std::size_t length = strnlen(directory, kLongestDirectory + 1);
+  if (length > kLongestDirectory) return 0;
+  Directory copy{};
+  zalstrlcpy(copy.data(), directory, copy.size());
+  if (copy[length - 1] == '/') copy[length - 1] = '\0';
+  if (!canOpenDirectory(copy.data())) {
+    std::printf("Could not open dir (%s)\n", copy.data());
+    std::fflush(stdout);
+    return -1;
+  }
+
+  const LockGuard hold{mutex};
+  if (!isOn()) {
+    logDirectory = copy;
+  } else if (copy != logDirectory) {
+    changeDirectoryLocked(copy);
+  }
+  g_debugFilePath = {};
+  fileLoggingOn.store(true, std::memory_order_release);
+  return 0;
+}
+
+void setMaxBytes(int bytes) noexcept {
+  if (bytes < 1 || bytes == std::numeric_limits<int>::max()) return;
+  int files = 0;
+  {
+    const LockGuard hold{mutex};
+    maxBytes = bytes;
+    files = maxFiles;
+  }
+  warnAboutSpace(bytes, files);
+}
+
+void setMaxFiles(int count) noexcept {
+  if (count < 1) return;
+  int bytes = 0;
+  {
+    const LockGuard hold{mutex};
+    maxFiles = count;
+    bytes = maxBytes;
+  }
+  warnAboutSpace(bytes, count);
+}
+
+void close(const char* name) noexcept {
+  const LockGuard hold{mutex};
+  closeLocked(name);
+}
+
+}  // namespace zal::logfile
