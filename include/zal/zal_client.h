@@ -23,6 +23,7 @@ typedef struct ZAL_ClientOptions {
   char url[256];
   int32_t interval;
 } ZAL_ClientOptions;
+ZAL_FROZEN_SIZE(ZAL_ClientOptions, 260, 260);
 
 /** Result codes of the event-parameter accessors. */
 enum { ZAL_CLIENT_OK = 0, ZAL_CLIENT_NOT_AVAILABLE = 11, ZAL_CLIENT_DOES_NOT_FIT = 13 };

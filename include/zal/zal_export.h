@@ -7,11 +7,19 @@
 #define ZAL_END_DECLS }
 /* No exception leaves the library. */
 #define ZAL_NOEXCEPT noexcept
+#define ZAL_STATIC_ASSERT(condition, name) static_assert(condition, #name)
 #else
 #define ZAL_BEGIN_DECLS
 #define ZAL_END_DECLS
 #define ZAL_NOEXCEPT
+/* __extension__ keeps it valid where the language is older than C11. */
+#define ZAL_STATIC_ASSERT(condition, name) __extension__ _Static_assert(condition, #name)
 #endif
+
+/* Freezes the size of a record that callers allocate, for 32-bit and for 64-bit pointers. A compiler option that packs
+   or pads records then fails the compile instead of the program. */
+#define ZAL_FROZEN_SIZE(record, size32, size64) \
+  ZAL_STATIC_ASSERT(sizeof(record) == (sizeof(void*) == 4 ? (size32) : (size64)), record##_has_its_frozen_size)
 
 #define ZAL_EXPORT __attribute__((visibility("default")))
 

@@ -32,6 +32,7 @@ typedef struct ZAL_IpcCommand {
   uint16_t requestId;
   struct ZAL_IpcCommand* next;
 } ZAL_IpcCommand;
+ZAL_FROZEN_SIZE(ZAL_IpcCommand, 804, 816);
 
 /** Head of a list of records; the list owns its records. */
 typedef struct ZAL_IpcCommandList_* ZAL_IpcCommandList;

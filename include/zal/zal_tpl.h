@@ -18,12 +18,14 @@ typedef struct tpl_blob {
   void* address;
   uint32_t length;
 } tpl_blob;
+ZAL_FROZEN_SIZE(tpl_blob, 8, 16);
 
 /** The pending partial image of one byte stream, kept between tpl_gather calls. */
 typedef struct tpl_gather_state {
   void* bytes;
   int32_t length;
 } tpl_gather_state;
+ZAL_FROZEN_SIZE(tpl_gather_state, 8, 16);
 
 /** Receives one whole image, valid during the call only; a negative result ends the gathering. */
 typedef int (*tpl_gather_callback)(void* image, size_t length, void* data);
@@ -37,6 +39,7 @@ typedef struct tpl_hook_record {
   void (*fatal_fn)(const char* format, ...);
   size_t gather_limit;
 } tpl_hook_record;
+ZAL_FROZEN_SIZE(tpl_hook_record, 24, 48);
 
 extern ZAL_EXPORT tpl_hook_record tpl_hook;
 

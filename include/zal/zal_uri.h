@@ -31,6 +31,7 @@ typedef struct vorn_uri_parts {
   char query[1024];    /**< what follows the "?", up to "#" */
   char fragment[1024]; /**< what follows the "#" */
 } vorn_uri_parts;
+ZAL_FROZEN_SIZE(vorn_uri_parts, 4116, 4116);
 
 /**
  * Parses a URI or a relative reference, such as a request's name.

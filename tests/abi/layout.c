@@ -1,0 +1,41 @@
+/* Where the members of the records that callers allocate stand; the sizes are frozen in the headers. Compiled as C and,
+   through layout.cpp, as C++: to move a member, one of the two must fail. */
+#include <stddef.h>
+#include <zal/zal.h>
+
+#define ZAL_FROZEN_OFFSET(record, member, offset32, offset64)                               \
+  ZAL_STATIC_ASSERT(offsetof(record, member) == (sizeof(void*) == 4 ? offset32 : offset64), \
+                    record##_##member##_is_where_it_was)
+
+ZAL_FROZEN_OFFSET(ZAL_ClientOptions, url, 0, 0);
+ZAL_FROZEN_OFFSET(ZAL_ClientOptions, interval, 256, 256);
+
+ZAL_FROZEN_OFFSET(ZAL_IpcCommand, code, 0, 0);
+ZAL_FROZEN_OFFSET(ZAL_IpcCommand, service, 4, 4);
+ZAL_FROZEN_OFFSET(ZAL_IpcCommand, name, 260, 260);
+ZAL_FROZEN_OFFSET(ZAL_IpcCommand, uid, 516, 516);
+ZAL_FROZEN_OFFSET(ZAL_IpcCommand, optionalParam, 772, 772);
+ZAL_FROZEN_OFFSET(ZAL_IpcCommand, payload, 788, 792);
+ZAL_FROZEN_OFFSET(ZAL_IpcCommand, payloadSize, 792, 800);
+ZAL_FROZEN_OFFSET(ZAL_IpcCommand, requestId, 796, 804);
+ZAL_FROZEN_OFFSET(ZAL_IpcCommand, next, 800, 808);
+
+ZAL_FROZEN_OFFSET(vorn_uri_parts, scheme, 0, 0);
+ZAL_FROZEN_OFFSET(vorn_uri_parts, host, 16, 16);
+ZAL_FROZEN_OFFSET(vorn_uri_parts, port, 1040, 1040);
+ZAL_FROZEN_OFFSET(vorn_uri_parts, path, 1044, 1044);
+ZAL_FROZEN_OFFSET(vorn_uri_parts, query, 2068, 2068);
+ZAL_FROZEN_OFFSET(vorn_uri_parts, fragment, 3092, 3092);
+
+ZAL_FROZEN_OFFSET(tpl_blob, address, 0, 0);
+ZAL_FROZEN_OFFSET(tpl_blob, length, 4, 8);
+
+ZAL_FROZEN_OFFSET(tpl_gather_state, bytes, 0, 0);
+ZAL_FROZEN_OFFSET(tpl_gather_state, length, 4, 8);
+
+ZAL_FROZEN_OFFSET(tpl_hook_record, report_fn, 0, 0);
+ZAL_FROZEN_OFFSET(tpl_hook_record, alloc_fn, 4, 8);
+ZAL_FROZEN_OFFSET(tpl_hook_record, realloc_fn, 8, 16);
+ZAL_FROZEN_OFFSET(tpl_hook_record, free_fn, 12, 24);
+ZAL_FROZEN_OFFSET(tpl_hook_record, fatal_fn, 16, 32);
+ZAL_FROZEN_OFFSET(tpl_hook_record, gather_limit, 20, 40);

@@ -1,0 +1,2 @@
+// The same layouts as a C++ compiler sees them.
+#include "layout.c"
