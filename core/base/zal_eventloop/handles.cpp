@@ -1,0 +1,117 @@
+// The handles of a loop: timers and polls, which are made here and started, stopped and freed through the command
+// queue; the one user async and the one idle handle, which stand in the record; and how the loop closes what is left.
+#include <cstdlib>
+#include <type_traits>
+#include <utility>
+
+#include "base/zal_eventloop/eventloop.hpp"
+#include "support/log.hpp"
+#include "support/memory.hpp"
+
+namespace zal::eventloop {
+namespace {
+
+/// A zeroed handle in malloc's memory, as close_cb frees it; null, with a log line, when memory runs out.
+template <class Handle>
+CPtr<Handle> makeHandle(const char* function) noexcept {
+  static_assert(std::is_trivial_v<Handle>);
+  CPtr<Handle> handle{static_cast<Handle*>(std::calloc(1, sizeof(Handle)))};
+  if (!handle) ZAL_LOG_AS(ZAL_LOG_ERROR, function, "Unable to allocate memory for an event loop handle\n");
+  return handle;
+}
+
+/// Queues the start of a new handle; `fill` completes the command. The loop owns the handle from then on.
+template <class Handle, class Fill>
+Handle* requestStart(Loop& loop, CommandType type, const char* function, Fill fill) noexcept {
+  CPtr<Handle> handle = makeHandle<Handle>(function);
+  if (!handle) return nullptr;
+  CommandPtr command = makeCommand(type, asHandle(handle.get()), function);
+  if (!command) return nullptr;
+  fill(*command);
+  enqueue(loop, std::move(command));
+  return handle.release();
+}
+
+}  // namespace
+
+uv_timer_t* startTimer(Loop& loop, uv_timer_cb callback, std::uint64_t timeout, std::uint64_t repeat,
+                       void* context) noexcept {
+  return requestStart<uv_timer_t>(loop, ZAL_EVENTLOOP_CMD_START_TIMER, "ZAL_EventLoop_StartTimer",
+                                  [&](Command& command) {
+                                    command.timerCallback = callback;
+                                    command.timeout = timeout;
+                                    command.repeat = repeat;
+                                    command.context = context;
+                                  });
+}
+
+uv_poll_t* startPoll(Loop& loop, uv_poll_cb callback, int descriptor, void* context) noexcept {
+  return requestStart<uv_poll_t>(loop, ZAL_EVENTLOOP_CMD_START_POLL, "ZAL_EventLoop_StartPoll", [&](Command& command) {
+    command.pollCallback = callback;
+    command.fd = descriptor;
+    command.context = context;
+  });
+}
+
+void requestStop(Loop& loop, CommandType type, uv_handle_t* handle, const char* function) noexcept {
+  if (CommandPtr command = makeCommand(type, handle, function)) enqueue(loop, std::move(command));
+}
+
+void installAsync(Loop& loop, uv_async_cb callback, void* context) noexcept {
+  if (hasFlag(loop, kUserAsyncInstalled)) return;
+  loop.userAsync.data = context;
+  if (const int result = uv_async_init(loop.loop, &loop.userAsync, callback); result != 0) {
+    ZAL_LOG_AS(ZAL_LOG_ERROR, "ZAL_EventLoop_AsyncInit", "Unable to install the async: %s\n", uv_strerror(result));
+    return;
+  }
+  setFlag(loop, kUserAsyncInstalled);
+}
+
+void initAsync(Loop& loop, uv_async_cb callback, void* context) noexcept {
+  if (isLoopThread(&loop)) return installAsync(loop, callback, context);
+
+  const LockGuard hold{loop.queueLock};
+  if (loop.phase.load() == Phase::kResting) return installAsync(loop, callback, context);
+  CommandPtr command = makeCommand(ZAL_EVENTLOOP_CMD_INIT_ASYNC, asHandle(&loop.userAsync), "ZAL_EventLoop_AsyncInit");
+  if (!command) return;
+  command->asyncCallback = callback;
+  command->context = context;
+  appendLocked(loop, std::move(command));
+}
+
+void initIdle(Loop& loop, uv_idle_cb callback, void* context) noexcept {
+  const LockGuard hold{loop.queueLock};
+  if (loop.phase.load() != Phase::kResting) {
+    ZAL_LOG_AS(ZAL_LOG_ERROR, "ZAL_EventLoop_IdleInit",
+               "ZAL_EventLoop_IdleInit should be called before the loop starts");
+    return;
+  }
+  if (loop.refCount != 0) return;
+
+  if (hasFlag(loop, kIdleStarted)) static_cast<void>(uv_idle_stop(&loop.idle));  // always 0
+  clearFlag(loop, kIdleStarted);
+  loop.idle.data = context;
+  // Once a loop: a second initialisation would link the handle into the loop's list twice.
+  if (!std::exchange(loop.idleReady, true)) static_cast<void>(uv_idle_init(loop.loop, &loop.idle));  // always 0
+  if (uv_idle_start(&loop.idle, callback) == 0) setFlag(loop, kIdleStarted);
+}
+
+}  // namespace zal::eventloop
+
+void close_cb(uv_handle_t* handle) noexcept {
+  const uv_handle_type type = uv_handle_get_type(handle);
+  ZAL_LOG(ZAL_LOG_TRACE, "ZAL_EventLoopContext: closed() (%p) (%d/%s)\n", static_cast<void*>(handle),
+          static_cast<int>(type), uv_handle_type_name(type));
+  if (type != UV_TIMER && type != UV_POLL && type != UV_FS_EVENT) return;
+  ZAL_LOG(ZAL_LOG_TRACE, "ZAL_EventLoopContext: free hdl=%p\n", static_cast<void*>(handle));
+  std::free(handle);
+}
+
+void walk_cb(uv_handle_t* handle, void* /*context*/) noexcept {
+  if (uv_is_closing(handle) != 0) return;
+  const uv_handle_type type = uv_handle_get_type(handle);
+  if (type != UV_ASYNC && type != UV_IDLE)
+    ZAL_LOG(ZAL_LOG_ERROR, "Found a handle that was not closed properly (%p) (%d/%s)\n", static_cast<void*>(handle),
+            static_cast<int>(type), uv_handle_type_name(type));
+  uv_close(handle, close_cb);
+}
