@@ -29,7 +29,7 @@ constexpr int kDumpGroup = 8;
 
 constinit std::atomic<bool> environmentRead{false};
 
-/// A log call must not change what its caller is about to report, nor what "%m" means in the second piece of a line.
+/// A log call must not change the error number that its caller is about to report.
 class KeepErrno {
  public:
   KeepErrno() noexcept : saved_{errno} {}
@@ -88,6 +88,10 @@ constexpr void (*kSettings[])(const char* value) = {
 };
 static_assert(std::size(kSettings) == std::size(debugEnvNames));
 
+char shownAs(unsigned char byte) noexcept {
+  return std::isprint(byte) != 0 ? static_cast<char>(byte) : '.';
+}
+
 /// One line of the dump: `count` bytes, at most kDumpWidth, in two groups, then the same bytes as characters.
 void dumpLine(const unsigned char* bytes, int count) noexcept {
   constexpr char kDigits[] = "0123456789abcdef";
@@ -99,8 +103,7 @@ void dumpLine(const unsigned char* bytes, int count) noexcept {
     if (i % kDumpGroup == 0) hex[end++] = ' ';
     hex[end++] = isThere ? kDigits[bytes[i] >> 4] : ' ';
     hex[end++] = isThere ? kDigits[bytes[i] & 15] : ' ';
-    const char shown = isThere && std::isprint(bytes[i]) == 0 ? '.' : ' ';
-    text[static_cast<std::size_t>(i)] = isThere && std::isprint(bytes[i]) != 0 ? static_cast<char>(bytes[i]) : shown;
+    text[static_cast<std::size_t>(i)] = isThere ? shownAs(bytes[i]) : ' ';
   }
   zal_fprintf(stderr, "%s |%s|\n", hex.data(), text.data());
 }

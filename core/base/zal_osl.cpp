@@ -7,9 +7,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <optional>
 
 #include "support/descriptor.hpp"
@@ -17,18 +18,13 @@
 
 namespace {
 
-struct FileClose {
-  void operator()(FILE* file) const noexcept { std::fclose(file); }
-};
-using FilePtr = std::unique_ptr<FILE, FileClose>;
-
 /// Opens "<directory>/<attribute>". A path that does not fit is not opened: cut short, it would name another file.
-FilePtr openAttribute(const char* directory, const char* attribute, const char* mode) noexcept {
-  if (directory == nullptr || attribute == nullptr) return nullptr;
+zal::Descriptor openAttribute(const char* directory, const char* attribute, int flags) noexcept {
+  constexpr mode_t kLikeFopen = 0666;
   std::array<char, 256> path{};
   const int length = std::snprintf(path.data(), path.size(), "%s/%s", directory, attribute);
-  if (length < 0 || static_cast<std::size_t>(length) >= path.size()) return nullptr;
-  return FilePtr{std::fopen(path.data(), mode)};
+  const bool fits = length >= 0 && static_cast<std::size_t>(length) < path.size();
+  return zal::Descriptor{fits ? open(path.data(), flags | O_CLOEXEC, kLikeFopen) : -1};
 }
 
 /// The wall clock; empty, and logged as `function`, when it cannot be read.
@@ -86,18 +82,18 @@ void ZAL_ReadRandom(void* buffer, int length) noexcept {
 }
 
 int sysfs_set(const char* directory, const char* attribute, int value) noexcept {
-  const FilePtr file = openAttribute(directory, attribute, "we");
-  if (file == nullptr) return -1;
-  std::fprintf(file.get(), "%d", value);
+  const zal::Descriptor file = openAttribute(directory, attribute, O_WRONLY | O_CREAT | O_TRUNC);
+  if (!file.isOpen()) return -1;
+  dprintf(file.get(), "%d", value);  // one write, as sysfs demands
   return 0;
 }
 
 int sysfs_get(const char* directory, const char* attribute, uint32_t* value) noexcept {
-  if (value == nullptr) return -1;
   *value = 0;
-  const FilePtr file = openAttribute(directory, attribute, "re");
-  if (file == nullptr) return -1;
-  unsigned int number = 0;
-  if (std::fscanf(file.get(), "%u", &number) == 1) *value = number;
+  const zal::Descriptor file = openAttribute(directory, attribute, O_RDONLY);
+  if (!file.isOpen()) return -1;
+  std::array<char, 64> text{};
+  static_cast<void>(file.readUpTo(text.data(), text.size() - 1));
+  *value = static_cast<uint32_t>(std::min<unsigned long long>(std::strtoull(text.data(), nullptr, 10), UINT32_MAX));
   return 0;
 }

@@ -86,8 +86,8 @@ std::optional<in_addr> addressOf(const char* interface) noexcept {
   return address.sin_addr;
 }
 
-zal::StaticMutex dateMutex;
-std::array<char, 64> dateText ZAL_GUARDED_BY(dateMutex) = {};
+constinit zal::StaticMutex dateMutex;
+constinit std::array<char, 64> dateText ZAL_GUARDED_BY(dateMutex) = {};
 
 }  // namespace
 
