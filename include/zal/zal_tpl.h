@@ -32,11 +32,11 @@ typedef int (*tpl_gather_callback)(void* image, size_t length, void* data);
 
 /** Where the engine's reports, allocations and fatal ends go. Set, if at all, before the first map is made. */
 typedef struct tpl_hook_record {
-  int (*report_fn)(const char* format, ...);
+  int (*report_fn)(const char* format, ...) ZAL_PRINTF_LIKE(1, 2);
   void* (*alloc_fn)(size_t size);
   void* (*realloc_fn)(void* block, size_t size);
   void (*free_fn)(void* block);
-  void (*fatal_fn)(const char* format, ...);
+  void (*fatal_fn)(const char* format, ...) ZAL_PRINTF_LIKE(1, 2);
   size_t gather_limit;
 } tpl_hook_record;
 ZAL_FROZEN_SIZE(tpl_hook_record, 24, 48);

@@ -1,0 +1,29 @@
+// The hook record and its defaults: standard error, the C library's memory, and the end of the process.
+#include "base/zal_tpl/hook.hpp"
+
+#include <cstdarg>
+#include <cstdio>
+
+namespace {
+
+ZAL_PRINTF_LIKE(1, 2) int reportToStandardError(const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  static_cast<void>(std::vfprintf(stderr, format, arguments));
+  va_end(arguments);
+  return 0;
+}
+
+ZAL_PRINTF_LIKE(1, 2) void endProcess(const char* format, ...) {
+  char text[100];  // longer messages are cut
+  va_list arguments;
+  va_start(arguments, format);
+  static_cast<void>(std::vsnprintf(text, sizeof text, format, arguments));
+  va_end(arguments);
+  static_cast<void>(tpl_hook.report_fn("%s", text));
+  std::exit(-1);
+}
+
+}  // namespace
+
+tpl_hook_record tpl_hook = {reportToStandardError, std::malloc, std::realloc, std::free, endProcess, 0};
