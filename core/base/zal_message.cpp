@@ -101,15 +101,24 @@ bool addError(const ZAL_MessageHandle_& message) noexcept {
          cJSON_AddStringToObject(error, "message", orEmpty(message.errorMessage.get())) != nullptr;
 }
 
-/// Makes the "data" of an earlier print, which still shows the tree as it was then, show it as it is.
+/// Makes a member that refers to another tree's node show that node as it is now.
+void refer(cJSON& member, const cJSON& node) noexcept {
+  constexpr int kTypeBits = 0xFF;  // without the flags, which are about the node's own memory
+  cJSON shown = node;
+  shown.next = member.next;
+  shown.prev = member.prev;
+  shown.string = member.string;
+  shown.type = (node.type & kTypeBits) | cJSON_IsReference;
+  member = shown;
+}
+
+/// The "data" of an earlier print still shows the tree as it was then, and parts of that may be gone.
 void renewReferences(const ZAL_MessageHandle_& message) noexcept {
+  cJSON none{};
+  none.type = cJSON_NULL;
   const cJSON* node = ZAL_Object_GetInternal(message.data.get());
-  for (cJSON* member = message.envelope->child; member != nullptr; member = member->next) {
-    if ((member->type & cJSON_IsReference) == 0) continue;
-    member->type = cJSON_IsReference | (node == nullptr ? cJSON_NULL : node->type);
-    member->child = node == nullptr ? nullptr : node->child;
-    member->valuestring = node == nullptr ? nullptr : node->valuestring;
-  }
+  for (cJSON* member = message.envelope->child; member != nullptr; member = member->next)
+    if ((member->type & cJSON_IsReference) != 0) refer(*member, node == nullptr ? none : *node);
 }
 
 bool addData(const ZAL_MessageHandle_& message) noexcept {
