@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <mutex>
+#include <type_traits>
 
 #if defined(__clang__)
 #define ZAL_THREAD_ANNOTATION(x) __attribute__((x))

@@ -6,7 +6,8 @@
  * process: one lock guards their name, writing and rotation, and it is not held while a text goes to a stream.
  *
  * The environment variables named by debugEnvNames are read when the first text passes zal_fprintf or zal_vfprintf,
- * and override what was set before. The first Log_PrintMessage is filtered by the level in force before that.
+ * and override what was set before. The first Log_PrintMessage is filtered by the level in force before that, and a
+ * thread that logs while another one reads them goes on with the settings of that moment.
  */
 #ifndef ZAL_LOG_H
 #define ZAL_LOG_H

@@ -186,7 +186,7 @@ TEST_F(LogFiles, OfAnotherNameAreClosedOutWhateverTheirSize) {
   writeFile(other_ / "job.log", "x");
   writeFile(other_ / "idle.log", "");
 
-  for (const char* name : {"job", "idle", "missing"}) ZAL_Log_FileClose(name);
+  for (const char* name : {"job", "idle", "missing", static_cast<const char*>(nullptr)}) ZAL_Log_FileClose(name);
   zal_fprintf(stderr, "own");
 
   const std::vector<std::string> names = namesIn(other_);

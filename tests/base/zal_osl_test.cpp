@@ -86,7 +86,7 @@ TEST(SysfsAttribute, HoldsOneNumber) {
   EXPECT_EQ(readFile(dir.file("state")), "-42");
   EXPECT_EQ(sysfs_set(dir.path().c_str(), "state", 1), 0);
   EXPECT_EQ(get(dir.path()), (std::pair{0, 1U}));
-  // Cut to 255 characters, this path would be "<directory>/////s".
+  writeFile(dir.file("s"), "9");  // what this path would name if it were cut to 255 characters
   EXPECT_EQ(get(dir.path().string() + std::string(253 - dir.path().string().size(), '/')), (std::pair{-1, 0U}));
 
   for (const auto& [text, expected] :
