@@ -1,0 +1,50 @@
+// Requests that the application addresses to another party through the agent, and the answers that come back.
+// Worker threads. One lock of the process guards the id counter, which all clients share, and every pending list.
+#include <mutex>
+#include <utility>
+
+#include "base/zal_client/client.hpp"
+#include "support/boundary.hpp"
+#include "support/log.hpp"
+
+namespace zal {
+
+namespace {
+
+constexpr std::uint16_t kFirstRequestId = 65531;
+
+constinit std::mutex gatewayMutex;  // needs no making, so threads cannot race for it
+constinit std::uint16_t requestIdCounter = kFirstRequestId;
+
+}  // namespace
+
+void sendGatewayRequest(ZAL_ClientWorkItem_& item) noexcept {
+  std::unique_ptr<PendingRequest> pending{new (std::nothrow) PendingRequest{0, item.callback, item.userData, nullptr}};
+  if (!pending) {
+    ZAL_LOG_AS(ZAL_LOG_ERROR, "handleClientRequest", "out of memory\n");
+    return;
+  }
+  {
+    const std::scoped_lock hold{gatewayMutex};
+    item.command->requestId = requestIdCounter++;
+    pending->requestId = item.command->requestId;
+    item.client->pendingRequests.push(std::move(pending));
+  }
+  writeCommand(*item.client, *item.command);
+}
+
+void deliverGatewayResponse(ZAL_ClientWorkItem_& item) noexcept {
+  std::unique_ptr<PendingRequest> pending;
+  {
+    const std::scoped_lock hold{gatewayMutex};
+    pending =
+        item.client->pendingRequests.remove([&](const auto& request) { return request.requestId == item.requestId; });
+  }
+  if (!pending || pending->callback == nullptr) return;
+  // A payload that is no JSON still answers the request: the callback then gets no object.
+  const ObjectPtr response{
+      ZAL_Object_CreateFromJson(static_cast<const char*>(item.command->payload), item.command->payloadSize)};
+  guarded(ZAL_HERE, [&] { pending->callback(response.get(), pending->userData); });
+}
+
+}  // namespace zal

@@ -1,0 +1,78 @@
+// Jobs: how the client's work reaches the worker threads, and how teardown knows that the last of it has ended.
+#include <zal/zal_client.h>
+
+#include "base/zal_client/client.hpp"
+#include "support/log.hpp"
+
+namespace zal {
+
+namespace {
+
+struct Job {
+  ZAL_ClientHandle_* client;
+  uv_work_cb work;
+  void* data;
+};
+
+thread_local const ZAL_ClientHandle_* currentClient = nullptr;
+
+/// Worker thread. The client may be freed as soon as its job has been counted out.
+void runJob(uv_work_t* request) noexcept {
+  const Job job = *std::unique_ptr<Job>{static_cast<Job*>(request->data)};
+  request->data = job.data;
+  const ZAL_ClientHandle_* const outer = currentClient;
+  currentClient = job.client;
+  job.work(request);
+  currentClient = outer;
+  job.client->jobs.end();
+}
+
+}  // namespace
+
+bool JobCounter::begin() noexcept {
+  const LockGuard hold{mutex_};
+  if (closed_) return false;
+  ++count_;
+  return true;
+}
+
+void JobCounter::end() noexcept {
+  // Signalled under the lock: the waiter frees this object as soon as it can take the lock and reads 0.
+  const LockGuard hold{mutex_};
+  --count_;
+  if (count_ == 0) ZAL_Cond_Signal(idle_.get());
+}
+
+void JobCounter::closeAndWait() noexcept {
+  for (;;) {
+    {
+      const LockGuard hold{mutex_};
+      closed_ = true;
+      if (count_ == 0) return;
+    }
+    constexpr std::uint64_t kLong = 3'600'000;
+    static_cast<void>(ZAL_Cond_Wait(idle_.get(), kLong));  // the count decides, whatever ended the wait
+  }
+}
+
+bool postJob(ZAL_ClientHandle_& client, uv_work_cb work, void* data) noexcept {
+  if (!client.jobs.begin()) return false;
+  std::unique_ptr<Job> job{new (std::nothrow) Job{&client, work, data}};
+  if (job && ZAL_EventLoop_Work(client.loop, runJob, job.get()) == 0) {
+    static_cast<void>(job.release());  // runJob frees it
+    return true;
+  }
+  client.jobs.end();
+  ZAL_LOG(ZAL_LOG_ERROR, "unable to queue a job\n");
+  return false;
+}
+
+void postWorkItem(WorkItemPtr item) noexcept {
+  if (postJob(*item->client, clientWork, item.get())) static_cast<void>(item.release());  // clientWork frees it
+}
+
+bool runsJobOf(const ZAL_ClientHandle_& client) noexcept {
+  return currentClient == &client;
+}
+
+}  // namespace zal
