@@ -1,0 +1,294 @@
+// The client runtime without a connection: its lists, its stored configuration and what its calls refuse.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <zal/zal.h>
+
+#include <cstring>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/zal_client/client.hpp"
+#include "tests/support/log_capture.hpp"
+#include "tests/support/wait.hpp"
+
+namespace {
+
+using zal::test::LogCapture;
+using zal::test::waitUntil;
+
+ZAL_ClientOptions defaultOptions() {
+  ZAL_ClientOptions options;
+  ZAL_Client_GetDefaultOptions(&options);
+  return options;
+}
+
+/// A client that was never started. Nothing listens at its URL.
+class IdleClient : public ::testing::Test {
+ protected:
+  IdleClient() {
+    ZAL_ClientOptions options = defaultOptions();
+    std::strcpy(options.url, "file:///nonexistent/agent.sock");
+    options.interval = 1;
+    client_ = ZAL_Client_Create(&options);
+  }
+  ~IdleClient() override {
+    if (client_ != nullptr) ZAL_Client_Destroy(client_);
+  }
+
+  /// Stores a document, and makes the client believe that it is connected, as reads of the configuration require.
+  void configure(const std::string& text) {
+    ASSERT_EQ(updateServerConfig(client_, text.data(), text.size()), 1);
+    client_->flags.fetch_or(zal::kConnected);
+  }
+
+  std::string configAt(const char* path) {
+    ZAL_ObjectHandle copy = getServerConfig(client_, path);
+    if (copy == nullptr) return "(none)";
+    char* text = ZAL_Object_DumpOutput(copy);
+    std::string result = text;
+    std::free(text);
+    ZAL_Object_Destroy(copy);
+    return result;
+  }
+
+  ZAL_ClientHandle client_ = nullptr;
+};
+
+int ignoreRequest(ZAL_MessageHandle, ZAL_MessageHandle, void*) {
+  return 0;
+}
+int otherHandler(ZAL_MessageHandle, ZAL_MessageHandle, void*) {
+  return 1;
+}
+int emptyDataset(ZAL_MessageHandle, ZAL_MessageHandle, ZAL_MessageHandle) {
+  return 0;
+}
+int otherDataset(ZAL_MessageHandle, ZAL_MessageHandle, ZAL_MessageHandle) {
+  return 1;
+}
+
+std::vector<std::string> methodNames(ZAL_ServiceHandle service) {
+  std::vector<std::string> names;
+  for (const auto* method = service->methods.head(); method != nullptr; method = method->next) {
+    names.emplace_back(method->name);
+  }
+  return names;
+}
+
+TEST(ClientOptions, AnIntervalBelowOneCountsAsOneSecond) {
+  for (const auto& [given, used] : {std::pair{1, 1}, {250, 250}, {0, 1000}, {-5, 1000}}) {
+    ZAL_ClientOptions options = defaultOptions();
+    EXPECT_STREQ(options.url, "file:///tmp/zalIPC.sock");
+    EXPECT_EQ(options.interval, 1000);
+    options.interval = given;
+
+    ZAL_ClientHandle client = ZAL_Client_Create(&options);
+
+    ASSERT_NE(client, nullptr);
+    EXPECT_EQ(client->retryInterval, used);
+    EXPECT_EQ(client->options.interval, given);
+    ZAL_Client_Destroy(client);
+  }
+}
+
+TEST(ClientOptions, NullHandlesAreLoggedAndRefused) {
+  const LogCapture log;
+
+  EXPECT_EQ(ZAL_Client_Create(nullptr), nullptr);
+  ZAL_Client_Stop(nullptr);
+  ZAL_Client_Destroy(nullptr);
+  ZAL_Client_GetConfigurationRemote(nullptr);
+
+  EXPECT_TRUE(log.contains("ZAL_Client_Create(): invalid input options\n"));
+  EXPECT_TRUE(log.contains("NULL pointer passed to ZAL_Client_Stop"));
+  EXPECT_TRUE(log.contains("NULL pointer passed to ZAL_Client_Destroy"));
+  EXPECT_TRUE(log.contains("ZAL_Client_GetConfigurationRemote(): Invalid handle client handle\n"));
+}
+
+TEST_F(IdleClient, StartWithoutAnAgentReturnsAndSaysThatItRetries) {
+  const LogCapture log;
+
+  ZAL_Client_Start(client_);
+  ZAL_Client_Start(client_);  // started already: must not wait again
+  EXPECT_EQ(log.count("ZAL_Client_Start"), 0);
+  EXPECT_EQ(log.count("did not immediately connect to server, retrying...\n"), 1);
+
+  ZAL_Client_Stop(client_);
+  ZAL_Client_Stop(client_);
+  EXPECT_EQ(client_->connectTimer.load(), nullptr);
+  EXPECT_FALSE(client_->isStarted());
+}
+
+TEST_F(IdleClient, DestroyOfAStartedClientLeavesNothingRunning) {
+  ZAL_Client_Start(client_);
+
+  ZAL_Client_Destroy(client_);  // the leak checker and the thread checker look over its shoulder
+
+  client_ = nullptr;
+}
+
+TEST_F(IdleClient, MethodsAreAddedReplacedAndRemovedByExactName) {
+  ZAL_Log_SetLevel(ZAL_LOG_DEBUG);
+  const LogCapture log;
+  ZAL_ServiceHandle service = ZAL_Service_Create("svc");
+  int mark = 0;
+
+  ZAL_Service_AddMethod(service, "get", ignoreRequest, nullptr);
+  ZAL_Service_AddMethod(service, "set", nullptr, nullptr);
+  ZAL_Service_AddMethod(service, "get", otherHandler, &mark);
+
+  EXPECT_THAT(methodNames(service), ::testing::ElementsAre("set", "get"));
+  EXPECT_EQ(zal::findMethod(*service, "get")->handler, otherHandler);
+  EXPECT_EQ(zal::findMethod(*service, "get")->userData, &mark);
+  EXPECT_EQ(log.count("get is added to svc\n"), 1);
+
+  ZAL_Service_AddMethod(service, "get", nullptr, nullptr);
+  ZAL_Service_AddMethod(service, "Set", nullptr, nullptr);
+  EXPECT_THAT(methodNames(service), ::testing::ElementsAre("Set", "set"));
+  EXPECT_EQ(log.count("get is removed from svc\n"), 1);
+
+  ZAL_Client_AddService(client_, service);
+}
+
+TEST_F(IdleClient, DatasetsAreMethodsWithAPathHandler) {
+  ZAL_Log_SetLevel(ZAL_LOG_DEBUG);
+  const LogCapture log;
+  ZAL_ServiceHandle telemetry = ZAL_TelemetryService_Create();
+  ASSERT_STREQ(telemetry->name, "telemetry");
+
+  ZAL_TelemetryService_AddDataset(telemetry, "device", emptyDataset);
+  ZAL_TelemetryService_AddDataset(telemetry, "device", otherDataset);
+
+  EXPECT_THAT(methodNames(telemetry), ::testing::ElementsAre("device"));
+  EXPECT_EQ(zal::findMethod(*telemetry, "device")->pathHandler, otherDataset);
+  EXPECT_EQ(zal::findMethod(*telemetry, "device")->handler, nullptr);
+  ZAL_TelemetryService_AddDataset(telemetry, "device", nullptr);
+  EXPECT_THAT(methodNames(telemetry), ::testing::IsEmpty());
+  EXPECT_EQ(log.count("device is added to telemetry\n"), 1);
+  EXPECT_EQ(log.count("device is removed from telemetry\n"), 1);
+
+  ZAL_Client_AddService(client_, telemetry);
+}
+
+TEST_F(IdleClient, AServiceIsFoundByTheNewestNameThatIsAPrefix) {
+  ZAL_ServiceHandle a = ZAL_Service_Create("a");
+  ZAL_ServiceHandle ab = ZAL_Service_Create("ab");
+  ZAL_ServiceHandle twin = ZAL_Service_Create("a");
+  ZAL_Client_AddService(client_, a);
+  ZAL_Client_AddService(client_, ab);
+  ZAL_Client_AddService(client_, twin);  // refused: it stays ours
+
+  EXPECT_EQ(ZAL_Client_GetService(client_, "ab"), ab);
+  EXPECT_EQ(ZAL_Client_GetService(client_, "abc"), ab);
+  EXPECT_EQ(ZAL_Client_GetService(client_, "a"), a);
+  EXPECT_EQ(ZAL_Client_GetService(client_, "b"), nullptr);
+
+  delete twin;
+}
+
+TEST_F(IdleClient, ACallbackIsKeptOnceWithItsFirstUserData) {
+  static std::vector<std::pair<void*, unsigned>> calls;
+  calls.clear();
+  const auto record = [](void* userData, unsigned flag) { calls.emplace_back(userData, flag); };
+  const auto throwing = [](void*, unsigned) { throw std::runtime_error("from the application"); };
+  const LogCapture log;
+  int first = 0;
+  int second = 0;
+  ZAL_Client_AddConnectCallback(client_, record, &first);
+  ZAL_Client_AddConnectCallback(client_, record, &second);
+  ZAL_Client_AddConnectCallback(client_, throwing, nullptr);
+
+  uv_work_t job{};
+  job.data = client_;
+  connectPortalCallbackWork(&job);
+
+  EXPECT_THAT(calls, ::testing::ElementsAre(std::pair<void*, unsigned>(&first, 1)));
+  EXPECT_TRUE(log.contains("from the application"));
+  EXPECT_TRUE(log.contains("Subscribe services called when not connected to agent\n"));
+}
+
+TEST_F(IdleClient, TheLastValidConfigurationStays) {
+  const LogCapture log;
+  EXPECT_EQ(configAt(nullptr), "(none)");
+
+  EXPECT_EQ(updateServerConfig(client_, R"({"a":{"b":[1,2]}}trailing)", 17), 1);
+  EXPECT_EQ(updateServerConfig(client_, "{not json", 9), 0);
+  EXPECT_EQ(updateServerConfig(client_, nullptr, 0), 0);
+
+  EXPECT_EQ(configAt(""), R"({"a":{"b":[1,2]}})");
+  EXPECT_EQ(configAt("a:b"), "[1,2]");
+  EXPECT_EQ(configAt("a:missing"), "(none)");
+  EXPECT_EQ(ZAL_Client_GetConfiguration(client_, nullptr), nullptr) << "a client without a connection has none";
+  EXPECT_EQ(log.text(), "");
+}
+
+TEST_F(IdleClient, EventSettingsAreReadByType) {
+  configure(R"({"events":{"settings":{"reading":{"enabled":true,"period":250,"factor":1.5,"strict":true,"unit":"abcd",
+      "limits":[{"low":3,"on":true},{"other":1}]}}}})");
+  int32_t number = -1;
+  double factor = -1;
+  uint8_t flag = 7;
+  char text[8] = "before";
+
+  EXPECT_EQ(ZAL_Events_GetEnabled(client_, "reading"), 1);
+  EXPECT_EQ(ZAL_Events_GetEnabled(client_, "other"), 0);
+  EXPECT_EQ(ZAL_Events_GetParamNumber(client_, "reading", "period", &number), ZAL_CLIENT_OK);
+  EXPECT_EQ(number, 250);
+  EXPECT_EQ(ZAL_Events_GetParamNumber(client_, "reading", "missing", &number), ZAL_CLIENT_NOT_AVAILABLE);
+  EXPECT_EQ(number, 250);
+  EXPECT_EQ(ZAL_Events_GetParamDouble(client_, "reading", "factor", &factor), ZAL_CLIENT_OK);
+  EXPECT_EQ(factor, 1.5);
+  EXPECT_EQ(ZAL_Events_GetParamBool(client_, "reading", "strict", &flag), ZAL_CLIENT_OK);
+  EXPECT_EQ(flag, 1);
+  EXPECT_EQ(ZAL_Events_GetParamBool(client_, "reading", "missing", &flag), ZAL_CLIENT_OK);
+  EXPECT_EQ(flag, 0);
+  EXPECT_EQ(ZAL_Events_GetParamString(client_, "reading", "unit", text, 4), ZAL_CLIENT_DOES_NOT_FIT);
+  EXPECT_STREQ(text, "before");
+  EXPECT_EQ(ZAL_Events_GetParamString(client_, "reading", "unit", text, 5), ZAL_CLIENT_OK);
+  EXPECT_STREQ(text, "abcd");
+
+  EXPECT_EQ(ZAL_Events_GetParamNumberFromArray(client_, "reading", "limits", &number, "low", 0), ZAL_CLIENT_OK);
+  EXPECT_EQ(number, 3);
+  EXPECT_EQ(ZAL_Events_GetParamNumberFromArray(client_, "reading", "limits", &number, "low", 1), ZAL_CLIENT_OK);
+  EXPECT_EQ(number, 3) << "a missing member leaves the value";
+  EXPECT_EQ(ZAL_Events_GetParamNumberFromArray(client_, "reading", "limits", nullptr, "low", 0), ZAL_CLIENT_OK);
+  EXPECT_EQ(ZAL_Events_GetParamNumberFromArray(client_, "reading", "limits", &number, "low", 2),
+            ZAL_CLIENT_NOT_AVAILABLE);
+  EXPECT_EQ(ZAL_Events_GetParamBoolFromArray(client_, "reading", "limits", &flag, "on", 0), ZAL_CLIENT_OK);
+  EXPECT_EQ(flag, 1);
+}
+
+TEST_F(IdleClient, WithoutAConnectionEventSettingsAreNotAvailable) {
+  int32_t number = 5;
+
+  EXPECT_EQ(ZAL_Events_GetParamNumber(client_, "reading", "period", &number), ZAL_CLIENT_NOT_AVAILABLE);
+  EXPECT_EQ(ZAL_Events_GetParamNumber(nullptr, "reading", "period", &number), ZAL_CLIENT_NOT_AVAILABLE);
+  EXPECT_EQ(number, 5);
+}
+
+TEST_F(IdleClient, AnEventAndALocalRequestWithoutAConnectionAreDropped) {
+  ZAL_Client_SendEvent(client_, ZAL_Message_Create());
+  ZAL_Client_SendPriv(client_, nullptr, ZAL_Message_Create());
+  ZAL_Client_Command_Request(client_, "svc", "get", "uid");
+  ZAL_ObjectHandle data = ZAL_Object_Create();
+  ZAL_Client_Command_Request_Gateway(client_, "svc", "get", data, nullptr, nullptr);
+  ZAL_Object_Destroy(data);
+
+  ASSERT_TRUE(waitUntil([&] { return client_->pendingRequests.head() != nullptr; }));
+  EXPECT_EQ(client_->pendingRequests.head()->requestId, 65531);
+}
+
+TEST_F(IdleClient, TheShortTeardownLeavesTheTransportAndTheServicesToTheCaller) {
+  ZAL_ServiceHandle service = ZAL_Service_Create("svc");
+  ZAL_Client_AddService(client_, service);
+  ZAL_IpcHandle ipc = client_->ipc;
+
+  ZAL_Destroy(std::exchange(client_, nullptr));
+
+  EXPECT_STREQ(service->name, "svc");
+  delete service;
+  ZAL_IPC_UnInit(ipc);
+}
+
+}  // namespace
