@@ -24,6 +24,7 @@ std::unique_ptr<ZAL_IpcWriteEntry> unlinkLocked(ZAL_IpcHandle_& ipc, ZAL_IpcWrit
     ZAL_REQUIRES(ipc.lock) {
   std::unique_ptr<ZAL_IpcWriteEntry> entry{*link};
   *link = entry->next;
+  if (ipc.writeTail == &entry->next) ipc.writeTail = link;
   return entry;
 }
 
