@@ -1,7 +1,8 @@
 /*
  * Runtime foundation: mutexes, latched conditions, time, bounded strings, files, host helpers and base64.
  *
- * Every function may be called from any thread. Texts, handles and outputs are not null unless a comment says otherwise.
+ * Every function may be called from any thread. Texts, handles and outputs are not null unless a comment says
+ * otherwise.
  */
 #ifndef ZAL_RUNTIME_H
 #define ZAL_RUNTIME_H
