@@ -123,7 +123,7 @@ void ZAL_IpcCommand_Add(ZAL_IpcCommandList list, const ZAL_IpcCommand* command) 
   copyField(copy->name, command->name);
   copyField(copy->uid, command->uid);
   copyField(copy->optionalParam, command->optionalParam);
-  if (command->payloadSize != 0) {
+  if (command->payloadSize != 0 && command->payload != nullptr) {
     copy->payload = zal::allocateBytes(command->payloadSize).release();
     if (copy->payload == nullptr) return;
     std::memcpy(copy->payload, command->payload, command->payloadSize);

@@ -150,6 +150,7 @@ int tpl_jot(int mode, ...) noexcept {
 }
 
 char* calc_field_addr(tpl_map_node* parent, int type, char* base, int ordinal) noexcept {
+  if (parent == nullptr) return base;
   return tpl::fieldAddress(*parent, static_cast<tpl::Type>(type), base, ordinal);
 }
 

@@ -190,7 +190,7 @@ bool Parser::repeatAtom(std::int32_t times) noexcept {
 }
 
 bool Parser::repeatStructure(std::int32_t times) noexcept {
-  if (structure_.stride > std::numeric_limits<std::int32_t>::max()) return false;
+  if (structure_.stride < 1 || !std::in_range<std::int32_t>(structure_.stride)) return false;
   for (tpl_map_node* member = structure_.firstMember; member != nullptr; member = member->next) {
     std::size_t size = storedSize(*member);
     if (!multiply(size, static_cast<std::size_t>(times))) return false;

@@ -35,9 +35,9 @@ void writeItem(Writer& writer, tpl_map_node& item, const char* place) noexcept {
       return writer.bytes(blob.address, blob.length);
     }
     case Type::array: {
-      const auto* array = loadAs<const tpl_array_state*>(place);
-      writer.value(array->count);
-      for (auto* block = array->first; block != nullptr; block = block->next) {
+      const tpl_array_state& array = arrayAt(place);
+      writer.value(array.count);
+      for (auto* block = array.first; block != nullptr; block = block->next) {
         writeItems(writer, item, Storage::ofElement(*block));
       }
       return;

@@ -173,7 +173,7 @@ int loadMemory(tpl_map_node& map, int mode, void* address, std::size_t size) noe
   std::int32_t encoding = 0;
   const Fault fault = validate(map, bytesOf(image), mode, encoding);
   if (fault == Fault::none) {
-    attach(map, image, kFromMemory | ((mode & TPL_OWN_IMAGE) != 0 ? kOwnsImage : 0) | encoding);
+    attach(map, image, ((mode & TPL_OWN_IMAGE) != 0 ? kOwnsImage : 0) | encoding);
     return 0;
   }
   if (fault == Fault::otherFormat) {

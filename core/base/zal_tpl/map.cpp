@@ -16,7 +16,7 @@ void releaseValues(tpl_map_node& item, char* place) noexcept {
   } else if (item.type == Type::blob) {
     release(loadAs<tpl_blob>(place).address);
   } else if (item.type == Type::array) {
-    const HookPtr<tpl_array_state> nested{loadAs<tpl_array_state*>(place)};
+    const HookPtr<tpl_array_state> nested{&arrayAt(place)};
     releaseElements(item, *nested);
   }
 }

@@ -26,9 +26,8 @@ void packBlob(const char* variable, char* place) noexcept {
 
 /// Moves a nested array with all its elements into the element that is being packed, and leaves an empty one.
 void packArray(tpl_map_node& array, char* place) noexcept {
-  tpl_array_state& packed = arrayOf(array);
-  storeAt(place, &packed);
-  array.data = newArrayState(packed.slotSize);
+  storeAt(place, array.data);
+  array.data = newArrayState(arrayOf(array).slotSize);
 }
 
 void packItem(tpl_map_node& item, const char* variable, char* place) noexcept {

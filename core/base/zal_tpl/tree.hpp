@@ -68,6 +68,10 @@ inline tpl_array_state& arrayOf(const tpl_map_node& node) noexcept {
 inline const tpl_repeat_state& repeatOf(const tpl_map_node& node) noexcept {
   return *static_cast<const tpl_repeat_state*>(node.data);
 }
+/// The array whose state's address a place holds; see Storage.
+inline tpl_array_state& arrayAt(const char* place) noexcept {
+  return *static_cast<tpl_array_state*>(loadAs<void*>(place));
+}
 inline bool isRoot(const tpl_map_node* map) noexcept {
   return map != nullptr && map->type == Type::root;
 }
@@ -81,7 +85,7 @@ inline std::string_view bytesOf(const tpl_image_record& image) noexcept {
 /// The bytes that the packed values of an item take in memory: values, text pointers, a tpl_blob, or the address of a
 /// nested array's state.
 inline std::size_t storedSize(const tpl_map_node& item) noexcept {
-  if (item.type == Type::array) return sizeof(tpl_array_state*);
+  if (item.type == Type::array) return sizeof item.data;
   if (item.type == Type::blob) return sizeof(tpl_blob);
   return static_cast<std::size_t>(item.num) * sizeOf(item.type);
 }

@@ -77,11 +77,10 @@ inline std::optional<Type> atomOf(char symbol) noexcept {
 enum State : std::int32_t {
   kPacked = 0x1,
   kLoaded = 0x2,
-  kFromFile = 0x4,
-  kFromMemory = 0x8,
-  kOwnsImage = 0x10,
-  kCrossEndian = 0x20,
-  kOldStrings = 0x40
+  kFromFile = 0x4,  // else from memory
+  kOwnsImage = 0x8,
+  kCrossEndian = 0x10,
+  kOldStrings = 0x20
 };
 
 // Magic, flags and total length; the format follows. The smallest image is a header and an empty format.
