@@ -1,0 +1,162 @@
+// What the tests of the serialization engine share: maps that free themselves, the engine's reports, and its memory.
+#pragma once
+
+#include <zal/zal_tpl.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <set>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace zal::test {
+
+struct MapFree {
+  void operator()(tpl_map_node* map) const { tpl_free(map); }
+};
+using Map = std::unique_ptr<tpl_map_node, MapFree>;
+
+template <class... Arguments>
+Map mapOf(const char* format, Arguments... arguments) {
+  return Map{tpl_map(format, arguments...)};
+}
+
+/// Bytes of a text literal, NULs included.
+template <std::size_t Size>
+std::string bytes(const char (&literal)[Size]) {
+  return {literal, Size - 1};
+}
+
+inline std::string takeImage(void* image, std::size_t size) {
+  std::string copy{static_cast<const char*>(image), size};
+  tpl_hook.free_fn(image);
+  return copy;
+}
+
+/// The image of what is packed; empty when the dump fails.
+inline std::string dump(const Map& map) {
+  void* image = nullptr;
+  std::size_t size = 0;
+  return tpl_dump(map.get(), TPL_VIA_MEM, &image, &size) == 0 ? takeImage(image, size) : std::string{};
+}
+
+template <class... Arguments>
+std::string jot(const char* format, Arguments... arguments) {
+  void* image = nullptr;
+  std::size_t size = 0;
+  return tpl_jot(TPL_VIA_MEM, &image, &size, format, arguments...) == 0 ? takeImage(image, size) : std::string{};
+}
+
+inline int load(const Map& map, std::string& image, int flags = 0) {
+  return tpl_load(map.get(), TPL_VIA_MEM | flags, image.data(), image.size());
+}
+
+/// While it lives, collects the engine's reports, and keeps count of the blocks that the engine holds or has given
+/// away.
+class EngineHook {
+ public:
+  EngineHook() : saved_{tpl_hook} {
+    reports().clear();
+    sizes().clear();
+    tpl_hook.report_fn = report;
+    tpl_hook.alloc_fn = [](std::size_t size) {
+      sizes().push_back(size);
+      return remember(std::malloc(size));
+    };
+    tpl_hook.realloc_fn = [](void* block, std::size_t size) {
+      live().erase(block);
+      return remember(std::realloc(block, size));
+    };
+    tpl_hook.free_fn = [](void* block) {
+      live().erase(block);
+      std::free(block);
+    };
+  }
+  ~EngineHook() {
+    tpl_hook = saved_;
+    freeBlocks();
+  }
+  EngineHook(const EngineHook&) = delete;
+  EngineHook& operator=(const EngineHook&) = delete;
+
+  /// The reports since the last call.
+  static std::string takeReports() { return std::exchange(reports(), {}); }
+  /// The sizes of all allocations since the last call.
+  static std::vector<std::size_t> takeSizes() { return std::exchange(sizes(), {}); }
+  static std::size_t blocks() { return live().size(); }
+  /// Frees what was handed out and is not needed any more; no map may be alive.
+  static void freeBlocks() {
+    for (void* block : std::exchange(live(), {})) std::free(block);
+  }
+
+ private:
+  ZAL_PRINTF_LIKE(1, 2) static int report(const char* format, ...) {
+    char text[512];
+    va_list arguments;
+    va_start(arguments, format);
+    static_cast<void>(std::vsnprintf(text, sizeof text, format, arguments));
+    va_end(arguments);
+    reports() += text;
+    return 0;
+  }
+  static std::string& reports() {
+    static std::string text;
+    return text;
+  }
+  static std::vector<std::size_t>& sizes() {
+    static std::vector<std::size_t> all;
+    return all;
+  }
+  static std::set<void*>& live() {
+    static std::set<void*> all;
+    return all;
+  }
+  static void* remember(void* block) {
+    live().insert(block);
+    return block;
+  }
+
+  tpl_hook_record saved_;
+};
+
+/// The caller's variables of the command records' format, and the two records of the documented image.
+struct Command {
+  static constexpr const char* kFormat = "A(iBBBBi)";
+
+  std::int32_t code = 0;
+  tpl_blob service = {};
+  tpl_blob name = {};
+  tpl_blob optional = {};
+  tpl_blob payload = {};
+  std::int32_t id = 0;
+
+  Map map() { return mapOf(kFormat, &code, &service, &name, &optional, &payload, &id); }
+
+  static tpl_blob blob(std::string_view bytes) {
+    return {const_cast<char*>(bytes.data()), static_cast<std::uint32_t>(bytes.size())};
+  }
+  void pack(const Map& map, std::int32_t newCode, std::string_view newName, std::string_view json, std::int32_t newId) {
+    using namespace std::string_view_literals;
+    code = newCode;
+    service = blob("svc\0"sv);
+    name = blob(newName);
+    optional = blob("\0"sv);
+    payload = blob(json);
+    id = newId;
+    tpl_pack(map.get(), 1);
+  }
+  static std::string image() {
+    using namespace std::string_view_literals;
+    Command command;
+    const Map map = command.map();
+    command.pack(map, 5, "get\0"sv, "{}"sv, 7);
+    command.pack(map, 3, "set\0"sv, {}, 0);
+    return dump(map);
+  }
+};
+
+}  // namespace zal::test
