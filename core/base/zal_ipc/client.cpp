@@ -24,6 +24,7 @@ int tplGatherDataClientSideCallback(void* image, std::size_t length, void* data)
 }
 
 void receiveFromServer(uv_stream_t* stream, const uv_buf_t& buffer, ssize_t count) noexcept {
+  if (Stream::of(stream).closing) return;
   auto& ipc = *static_cast<ZAL_IpcHandle_*>(stream->data);
   gather(ipc.gatherState, buffer, count, tplGatherDataClientSideCallback, stream);
   if (ipc.onMessage.function == nullptr) {
