@@ -1,0 +1,63 @@
+// One connected client as the agent knows it: what it subscribed and which calls it has not answered.
+// The agent's lock guards every member that changes; number and context never do.
+#pragma once
+
+#include <zal/zal_ipc.h>
+
+#include <cstdint>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "waiter.hpp"
+
+namespace zalctl {
+
+/// A request without an answer yet. It stays open after its caller's time-out: the answer may still come.
+struct OpenCall {
+  std::uint16_t id;
+  std::string service;
+  std::string name;
+  Clock::time_point sentAt;
+};
+
+/// The method that a request's name asks for: the name up to its path or query.
+[[nodiscard]] std::string methodOf(std::string_view name);
+
+class Session {
+ public:
+  Session(unsigned number, ZAL_IpcClientContext context) : number_{number}, context_{context} {}
+
+  [[nodiscard]] unsigned number() const { return number_; }
+  [[nodiscard]] ZAL_IpcClientContext context() const { return context_; }
+
+  void subscribe(std::string service, std::string method) { offers_.emplace(std::move(service), std::move(method)); }
+  [[nodiscard]] bool offers(const std::string& service, const std::string& method) const;
+  [[nodiscard]] const std::set<std::pair<std::string, std::string>>& subscriptions() const { return offers_; }
+
+  void open(OpenCall call) { calls_.push_back(std::move(call)); }
+  [[nodiscard]] bool hasOpen(std::uint16_t id) const;
+  /// Closes the call with this id.
+  std::optional<OpenCall> close(std::uint16_t id);
+  /// Closes the call that an answer without an id belongs to: the oldest one to a method that the client does not
+  /// offer, since that is what such an answer says; without such a call the oldest one.
+  std::optional<OpenCall> closeNameless();
+
+  /// True once the agent has asked for the connection's end. Nothing is sent to the client from then on.
+  [[nodiscard]] bool isClosing() const { return isClosing_; }
+  void setClosing() { isClosing_ = true; }
+
+ private:
+  std::optional<OpenCall> take(std::vector<OpenCall>::iterator call);
+
+  unsigned number_;
+  ZAL_IpcClientContext context_;
+  bool isClosing_ = false;
+  std::set<std::pair<std::string, std::string>> offers_;  // service and method
+  std::vector<OpenCall> calls_;                           // oldest first
+};
+
+}  // namespace zalctl
