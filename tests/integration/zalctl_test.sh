@@ -1,0 +1,155 @@
+#!/usr/bin/env bash
+# zalctl's stand-in agent against the example client: what it prints and the status that it ends with.
+#
+#   zalctl_test.sh ZALCTL GATEWAY       ZAL_EMULATOR holds the words before each program in a cross build
+set -euo pipefail
+
+read -r -a emulator <<<"${ZAL_EMULATOR:-}"
+zalctl=("${emulator[@]}" "$1")
+gateway=("${emulator[@]}" "$2")
+dir=$(mktemp -d)
+url=file://$dir/agent.sock
+pids=''
+
+cleanup() {
+  local status=$?
+  trap - EXIT
+  for pid in $pids; do kill -KILL "$pid" 2>/dev/null || true; done
+  wait 2>/dev/null || true
+  rm -rf "$dir"
+  exit "$status"
+}
+trap cleanup EXIT
+
+fail() {
+  printf 'FAILED: %s\n' "$1" >&2
+  tail -n 40 "$dir"/*.out >&2 || true
+  exit 1
+}
+
+# check STATUS PATTERN ARGUMENT...: runs the agent to its end; its status, and a line of what it prints.
+check() {
+  local status=0
+  "${zalctl[@]}" "${@:3}" >"$dir/run.out" 2>&1 </dev/null || status=$?
+  [[ $status == "$1" ]] || fail "status $status, not $1: ${*:3}"
+  grep -Eq -- "$2" "$dir/run.out" || fail "no line like '$2': ${*:3}"
+}
+agent() { check "$1" "$2" agent --url "$url" "${@:3}"; }
+
+# wait_for PATTERN FILE: until the file has such a line.
+wait_for() {
+  local deadline=$((SECONDS + 60))
+  until grep -Eq -- "$1" "$2"; do
+    ((SECONDS < deadline)) || fail "no line like '$1' in $2"
+    sleep 0.02
+  done
+}
+
+start_gateway() {
+  "${gateway[@]}" "$url" >"$dir/$1.out" 2>&1 &
+  gateway_pid=$!
+  pids+=" $gateway_pid"
+}
+
+# end PID: SIGTERM ends it with status 0, and so without leaks where a sanitizer looks.
+end() {
+  kill -TERM "$1"
+  wait "$1" || fail "a process ended with status $?"
+}
+
+echo '{"events": ' >"$dir/broken.json"
+echo '{"events": {}}' >"$dir/good.json"
+
+# Wrong usage, and nobody there.
+check 0 'wait-for' agent --help
+check 2 'subcommand' --url "$url"
+check 2 'timeout' agent --timeout soon
+agent 2 'cannot read .*none.json' --config "$dir/none.json"
+agent 2 'cannot read .*directory' --config "$dir"
+agent 2 'no valid JSON' --config "$dir/broken.json"
+agent 2 'cannot read .*none' --script "$dir/none"
+check 2 'cannot listen' agent --url "file://$dir/none/agent.sock"
+check 2 'an address is' agent --url "udp://127.0.0.1:9"
+agent 1 'no client is connected' -c 'call network getStatus'
+agent 1 'no client is connected' -c 'notify onConnect network'
+agent 1 'not subscribed after 20 ms' -c 'wait-for --timeout 20 network getStatus'
+agent 0 'no client is connected' -c '# a comment' -c '' -c list
+
+# Commands that cannot be understood: each is reported, and the next one still runs.
+while IFS='|' read -r message command; do
+  agent 2 "$message" -c "$command" -c list
+  grep -q '^no client is connected' "$dir/run.out" || fail "nothing runs after: $command"
+done <<EOT
+unknown command frob|frob network
+call: NAME is missing|call network
+call: unknown option --row|call --row network getStatus
+call: no number: 5s|call --timeout 5s network getStatus
+call: no valid JSON: it ends|call network getStatus {"name":
+call: no valid JSON from here: x|call network getStatus {} x
+call: a quote is not closed|call "network getStatus
+call: SERVICE is longer|call $(printf '%0256d' 0) getStatus
+notify: unknown notification onFire|notify onFire network
+config: no valid JSON|config $dir/broken.json
+config: cannot read|config $dir/none.json
+quit: too much: now|quit now
+EOT
+
+# Calls to the example, from a script.
+start_gateway gateway
+cat >"$dir/calls" <<'EOT'
+# known methods alone
+wait-for --timeout 60000 network getStatus
+call --timeout 60000 network getStatus {"name": "eth0"}
+call --timeout 60000 --raw system getInfo {"data": 1}
+call --timeout 60000 "network" setInterface {}
+EOT
+agent 0 '"name": "eth0"' --config "$dir/good.json" --script "$dir/calls"
+grep -q '"client": "gateway"' "$dir/run.out" || fail 'no answer to the call without an envelope'
+grep -q '"code": 400' "$dir/run.out" || fail "the method's own error is missing"
+if grep -q wlan0 "$dir/run.out"; then fail 'the handler did not see the data in the envelope'; fi
+echo 'call network' >>"$dir/calls"
+agent 2 "calls:6: call: NAME is missing" --script "$dir/calls"
+sed -i '$d' "$dir/calls"
+agent 1 '^no such method: network frob/a\?b' --script "$dir/calls" -c 'call network frob/a?b'
+agent 1 '^no such method: a\\x01b getStatus' --script "$dir/calls" -c $'call a\x01b getStatus'
+agent 0 '^> quit' --script "$dir/calls" -c quit -c frob
+
+# An agent that lasts: commands from standard input, two clients, a lost connection, a client that does not answer.
+mkfifo "$dir/in"
+exec {input}<>"$dir/in"
+"${zalctl[@]}" agent --url "$url" --timeout 60000 <"$dir/in" >"$dir/agent.out" 2>&1 &
+agent_pid=$!
+pids+=" $agent_pid"
+first=$gateway_pid
+wait_for 'client 1 subscribed telemetry device' "$dir/agent.out"
+start_gateway second
+wait_for 'client 2 subscribed telemetry device' "$dir/agent.out"
+echo kill >&"$input"
+wait_for '^ended 2 connections' "$dir/agent.out"
+wait_for 'client 4 subscribed telemetry device' "$dir/agent.out"
+wait_for 'gateway request cloud lookup .*answered with its own data' "$dir/agent.out"
+wait_for 'the cloud answered \{"device":"gateway"\}' "$dir/gateway.out"
+end "$gateway_pid"
+wait_for 'client [34] disconnected' "$dir/agent.out"
+echo 'wait-for network getStatus' >&"$input"
+wait_for '^network getStatus is subscribed' "$dir/agent.out"
+kill -STOP "$first"
+wait_for '^State:.T' "/proc/$first/status"
+echo 'call --timeout 50 network getStatus' >&"$input"
+wait_for '^no reply to network getStatus within 50 ms' "$dir/agent.out"
+kill -CONT "$first"
+wait_for 'answered after the time-out: network getStatus' "$dir/agent.out"
+echo 'call network frob' >&"$input"
+wait_for '^no such method: network frob' "$dir/agent.out"
+status=0
+kill -TERM "$agent_pid"
+wait "$agent_pid" || status=$?
+[[ $status == 1 ]] || fail "the agent ended with status $status after unanswered calls"
+[[ ! -e $dir/agent.sock ]] || fail 'the socket is left behind'
+end "$first"
+
+"${zalctl[@]}" agent --url "$url" --stay >"$dir/stay.out" 2>&1 </dev/null &
+agent_pid=$!
+pids+=" $agent_pid"
+wait_for '^listening' "$dir/stay.out"
+end "$agent_pid"
