@@ -19,8 +19,9 @@
  * are added to objects and arrays only, elements to arrays only, and neither to a cJSON reference, whose children
  * belong to another tree. An addition costs the same however large the tree is.
  *
- * Numbers are doubles. An integer that is added becomes the nearest double, exact up to 2^53. Infinities and NaN, which
- * JSON cannot express, are added as null. Decimal texts have a "." whatever the locale.
+ * Numbers are doubles. An integer that is added becomes the nearest double, exact up to 2^53. cJSON prints 15 digits of
+ * it, or 17 where it finds a difference: of integers beyond 10^15 the last digit may be lost in print. Infinities and
+ * NaN, which JSON cannot express, are added as null. Decimal texts have a "." whatever the locale.
  *
  * Threads: no locks. A tree and its handles are used by one thread at a time, each on any thread. No function of the
  * model itself recurses; cJSON's parsing, printing and deleting do, and a tree of the 1000 levels that the parser
@@ -297,7 +298,7 @@ ZAL_EXPORT int ZAL_Array_Prune(ZAL_ObjectHandle handle, int32_t start, int32_t c
 
 /** Appends a string, which is copied. */
 ZAL_EXPORT int ZAL_Array_AddString(ZAL_ObjectHandle handle, const char* text) ZAL_NOEXCEPT;
-/** Appends a number, printed by cJSON as short as it can be read back. */
+/** Appends a number. */
 ZAL_EXPORT int ZAL_Array_AddNumber(ZAL_ObjectHandle handle, double value) ZAL_NOEXCEPT;
 /** Appends a number. */
 ZAL_EXPORT int ZAL_Array_AddInt32(ZAL_ObjectHandle handle, int32_t value) ZAL_NOEXCEPT;
