@@ -18,8 +18,10 @@
 
 /* Freezes the size of a record that callers allocate, for 32-bit and for 64-bit pointers. A compiler option that packs
    or pads records then fails the compile instead of the program. */
-#define ZAL_FROZEN_SIZE(record, size32, size64) \
-  ZAL_STATIC_ASSERT(sizeof(record) == (sizeof(void*) == 4 ? (size32) : (size64)), record##_has_its_frozen_size)
+#define ZAL_FROZEN_SIZE(record, size32, size64)                                                                 \
+  ZAL_STATIC_ASSERT(                                                                                            \
+      (sizeof(void*) == 4 && sizeof(record) == (size32)) || (sizeof(void*) == 8 && sizeof(record) == (size64)), \
+      record##_has_its_frozen_size)
 
 #define ZAL_EXPORT __attribute__((visibility("default")))
 
