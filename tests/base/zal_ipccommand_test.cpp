@@ -1,0 +1,158 @@
+// Lists of command records, and their images as an encoder of the tests' own writes and reads them.
+#include <gtest/gtest.h>
+#include <zal/zal_ipccommand.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "tests/base/tpl_fixture.hpp"
+#include "tests/support/wire_image.hpp"
+
+namespace zal::test {
+namespace {
+
+struct ListDestroy {
+  void operator()(ZAL_IpcCommandList list) const { ZAL_IpcCommand_Destroy(list); }
+};
+using List = std::unique_ptr<ZAL_IpcCommandList_, ListDestroy>;
+
+void add(const List& list, const WireRecord& record) {
+  ZAL_IpcCommand command{};
+  command.code = record.code;
+  record.service.copy(command.service, sizeof command.service - 1);
+  record.name.copy(command.name, sizeof command.name - 1);
+  std::strcpy(command.uid, "uid");
+  record.optionalParam.copy(command.optionalParam, sizeof command.optionalParam);
+  std::string payload = record.payload;
+  command.payload = payload.data();
+  command.payloadSize = static_cast<std::uint32_t>(payload.size());
+  command.requestId = static_cast<std::uint16_t>(record.requestId);
+  ZAL_IpcCommand_Add(list.get(), &command);
+}
+
+WireRecord removed(const List& list) {
+  ZAL_IpcCommand* command = ZAL_IpcCommand_Remove(list.get());
+  if (command == nullptr) return {};
+  const auto* payload = static_cast<const char*>(command->payload);
+  WireRecord record{command->code,
+                    command->service,
+                    command->name,
+                    command->optionalParam,
+                    payload == nullptr ? "" : std::string{payload, command->payloadSize},
+                    command->requestId};
+  EXPECT_EQ(command->next, nullptr);
+  std::free(command->payload);
+  std::free(command);
+  return record;
+}
+
+std::string encoded(const List& list) {
+  void* buffer = nullptr;
+  std::uint32_t size = 0;
+  ZAL_IpcCommand_GetBuffer(list.get(), &buffer, &size);
+  const std::string image{static_cast<const char*>(buffer), size};
+  std::free(buffer);
+  return image;
+}
+
+/// Decodes out of a block that ends with the image, so that a sanitizer sees a read behind it.
+List decoded(const std::string& image) {
+  const std::vector<char> exact{image.begin(), image.end()};
+  return List{ZAL_IpcCommand_Decode(exact.data(), static_cast<std::uint32_t>(exact.size()))};
+}
+
+const std::string kNul(1, '\0');
+
+TEST(IpcCommandList, TravelsInReverseAndArrivesInOrder) {
+  const WireRecord first{ZAL_IPC_CMD_SUBSCRIBE, "svc", "get", "", "", 0};
+  const WireRecord second{ZAL_IPC_CMD_EVENT, "system", std::string(255, 'n'), "fifteen letters", "{\"a\":1}", 0};
+  const WireRecord third{ZAL_IPC_CMD_GATEWAY_REQUEST, "svc", "get?x", "", "{}" + kNul, 65535};
+  const List list{ZAL_IpcCommand_Create()};
+  for (const WireRecord& record : {first, second, third}) add(list, record);
+
+  const std::string image = encoded(list);
+
+  EXPECT_EQ(decodeImage(image), (WireImage{third, second, first}));
+  const List received = decoded(image);
+  ASSERT_NE(received, nullptr);
+  for (const WireRecord& record : {first, second, third, WireRecord{}}) EXPECT_EQ(removed(received), record);
+  for (const WireRecord& record : {third, second, first, WireRecord{}}) EXPECT_EQ(removed(list), record);
+}
+
+TEST(IpcCommandList, KeepsTheUidToItself) {
+  const List list{ZAL_IpcCommand_Create()};
+  add(list, {.code = 5});
+  const List received = decoded(encoded(list));
+
+  for (const auto& [source, uid] : {std::pair{&list, "uid"}, std::pair{&received, ""}}) {
+    ZAL_IpcCommand* command = ZAL_IpcCommand_Remove(source->get());
+    ASSERT_NE(command, nullptr);
+    EXPECT_STREQ(command->uid, uid);
+    EXPECT_EQ(command->payload, nullptr);
+    std::free(command);
+  }
+}
+
+TEST(IpcCommandList, CutsTextsThatDoNotFit) {
+  const List list{ZAL_IpcCommand_Create()};
+  add(list, {.code = 5, .optionalParam = "sixteen letters!"});  // fills its field, without a terminator
+
+  EXPECT_EQ(removed(list).optionalParam, "sixteen letters");
+}
+
+// Tests what a peer may send in the slots of an image that is whole.
+TEST(IpcCommandDecode, TakesTextsOnlyAsFarAsTheyReach) {
+  std::int32_t code = 5;
+  std::int32_t id = 0x12345;
+  std::string name = "no terminator";
+  std::string longText(1000, 's');
+  tpl_blob service = Command::blob(longText);
+  tpl_blob nameBlob = Command::blob(name);
+  tpl_blob optional = {};
+  tpl_blob payload = Command::blob("payload");
+  const Map map = mapOf(Command::kFormat, &code, &service, &nameBlob, &optional, &payload, &id);
+  tpl_pack(map.get(), 1);
+
+  const List list = decoded(dump(map));
+
+  ASSERT_NE(list, nullptr);
+  EXPECT_EQ(removed(list), (WireRecord{5, std::string(255, 's'), name, "", "payload", 0x2345}));
+}
+
+TEST(IpcCommandDecode, RefusesWhatIsNoImageOfRecords) {
+  std::int32_t i = 1;
+  const std::string image = encodeImage({{5, "svc", "get", "", "{}", 1}, {3, "svc", "set", "", "", 2}});
+  EngineHook hook;
+
+  EXPECT_EQ(decoded(jot("i", &i)), nullptr);
+  for (std::size_t cut = 0; cut < image.size(); ++cut) EXPECT_EQ(decoded(image.substr(0, cut)), nullptr) << cut;
+  EXPECT_EQ(ZAL_IpcCommand_Decode(nullptr, 0), nullptr);
+  EXPECT_EQ(hook.blocks(), 0U);
+}
+
+TEST(IpcCommandList, IsAnImageEvenWhenEmpty) {
+  const List list{ZAL_IpcCommand_Create()};
+  const std::string image = encoded(list);
+
+  EXPECT_EQ(image, encodeImage({}));
+  const List received = decoded(image);
+  ASSERT_NE(received, nullptr);
+  EXPECT_EQ(ZAL_IpcCommand_Remove(received.get()), nullptr);
+}
+
+TEST(IpcCommandList, OfNobodyTakesAndGivesNothing) {
+  ZAL_IpcCommand command{};
+  void* buffer = &command;
+  std::uint32_t size = 1;
+
+  ZAL_IpcCommand_Add(nullptr, &command);
+  EXPECT_EQ(ZAL_IpcCommand_Remove(nullptr), nullptr);
+  ZAL_IpcCommand_GetBuffer(nullptr, &buffer, &size);
+  EXPECT_EQ(buffer, nullptr);
+  EXPECT_EQ(size, 0U);
+  ZAL_IpcCommand_Destroy(nullptr);
+}
+
+}  // namespace
+}  // namespace zal::test
