@@ -1,5 +1,6 @@
 #include "tests/support/log_capture.hpp"
 
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -10,6 +11,8 @@ namespace zal::test {
 
 LogCapture::LogCapture(int descriptor)
     : descriptor_{descriptor}, saved_{dup(descriptor)}, file_{memfd_create("log-capture", 0)} {
+  // Appending keeps the lines of threads that write at once; at a shared offset one overwrites the other.
+  if (file_ >= 0) fcntl(file_, F_SETFL, O_APPEND);
   if (saved_ < 0 || file_ < 0) throw std::runtime_error("cannot capture the log");
   std::fflush(nullptr);
   dup2(file_, descriptor_);
