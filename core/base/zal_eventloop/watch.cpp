@@ -42,9 +42,16 @@ constexpr int kPollMs = 1000;
 constexpr std::size_t kBufferSize = 8192;
 constexpr char kStarter[] = "ZAL_EventLoop_StartFs";
 
-/// A watch ends when it is stopped, or with its loop.
+std::atomic<bool> isExiting{false};
+
+/// libuv joins its pool at the end of the process, which a watch that nobody stopped would hold up for ever.
+const struct EndAtExit {
+  ~EndAtExit() { isExiting.store(true); }
+} endAtExit;
+
+/// A watch ends when it is stopped, or with its loop, or with the process.
 bool shallRun(const Watch& watch) noexcept {
-  return watch.isRunning.load() != 0 && watch.loop->phase.load() != Phase::kClosing;
+  return watch.isRunning.load() != 0 && watch.loop->phase.load() != Phase::kClosing && !isExiting.load();
 }
 
 /// Hands each event in `bytes` to the callback. The bytes are copied out, since events need not stand aligned.
