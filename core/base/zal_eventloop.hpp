@@ -18,6 +18,6 @@ void walk_cb(uv_handle_t* handle, void* context) noexcept;
 namespace zal {
 
 /// True on the thread that runs the loop right now, or tears it down. Any thread; false for null.
-[[nodiscard]] bool isLoopThread(ZAL_EventLoopContext loop) noexcept;
+[[nodiscard]] bool isLoopThread(const ZAL_EventLoopContext_* loop) noexcept;
 
 }  // namespace zal

@@ -12,8 +12,9 @@
 namespace zal::eventloop {
 namespace {
 
-/// Rounds that a loop is given to come to rest. One is enough unless close callbacks and jobs keep asking for more.
+/// Rounds that a stopped loop is given to come to rest: one, unless its close callbacks keep asking for more.
 constexpr int kMaxRounds = 16;
+constexpr int kCloseTries = 2;
 
 constexpr char kRun[] = "ZAL_EventLoop_Run";
 
@@ -94,6 +95,7 @@ bool beginRunLocked(Loop& loop) noexcept ZAL_REQUIRES(loop.lifeLock) {
 void startThreadLocked(Loop& loop) noexcept ZAL_REQUIRES(loop.lifeLock) {
   uv_thread_options_t options{};
   options.flags = UV_THREAD_NO_FLAGS;
+  const SigpipeLift lift;  // this thread may serve another loop, and the new one inherits its mask
   const int result = uv_thread_create_ex(&loop.thread, &options, threadMain, &loop);
   if (result == 0) return;
   ZAL_LOG_AS(ZAL_LOG_ERROR, kRun, "Unable to start the thread of event loop %s: %s\n", nameOf(loop),
@@ -133,14 +135,16 @@ void beginClosing(Loop& loop) noexcept {
   setPhaseLocked(loop, Phase::kClosing);
 }
 
-/// Executes what is queued, closes what is open and waits for jobs and callbacks, until nothing is left to do.
+/// Executes what is queued, closes what is open and waits for jobs and callbacks, again while these ask for more.
 bool closeAll(Loop& loop) noexcept {
-  for (int round = 0; round < kMaxRounds; ++round) {
+  for (int tries = 0; tries < kCloseTries;) {
     ZAL_EventLoop_ExecuteCommands(&loop);
     uv_walk(loop.loop, walk_cb, nullptr);
     uv_run(loop.loop, UV_RUN_DEFAULT);
     const LockGuard hold{loop.queueLock};
-    if (loop.queueHead == nullptr && uv_loop_close(loop.loop) == 0) return true;
+    if (loop.queueHead != nullptr) continue;
+    if (uv_loop_close(loop.loop) == 0) return true;
+    ++tries;
   }
   return false;
 }
@@ -224,6 +228,6 @@ void destroy(std::unique_ptr<Loop> loop) noexcept {
 
 }  // namespace zal::eventloop
 
-bool zal::isLoopThread(ZAL_EventLoopContext loop) noexcept {
+bool zal::isLoopThread(const ZAL_EventLoopContext_* loop) noexcept {
   return loop != nullptr && loop->runner.load() == pthread_self();
 }
