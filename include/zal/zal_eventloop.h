@@ -106,8 +106,7 @@ ZAL_EXPORT uv_loop_t* ZAL_EventLoop_GetLoop(ZAL_EventLoopContext loop) ZAL_NOEXC
  * Ownership: `data` stays the caller's; the request is freed by the loop after the callback.
  * Threads:   any thread. From another one than a running loop's own, the job reaches the pool through the loop thread.
  *            The jobs of a stopped loop run too; their requests are freed when it runs again or is destroyed.
- * Errors:    a request that libuv refuses later, on the loop thread, is logged at level 5, and its callback never
- * called.
+ * Errors:    a request that libuv refuses later, on the loop thread, is logged at level 5 and never called back.
  *
  * @return 0, or a negative libuv error: UV_EINVAL for a null loop or callback, UV_ENOMEM, or what uv_queue_work says
  */
@@ -135,8 +134,8 @@ ZAL_EXPORT uv_timer_t* ZAL_EventLoop_StartTimer(ZAL_EventLoopContext loop, uv_ti
  * Stops and frees a timer of this loop.
  *
  * Ownership: the timer is the loop's to free: not to be used again, and not to be stopped twice.
- * Threads:   any thread. A callback that has begun on the loop thread is not waited for, and until the loop thread has
- *            taken up the request the timer can still fire.
+ * Threads:   any thread. Stopped on the loop thread it never fires again; stopped elsewhere it can still fire until the
+ *            loop thread has taken up the request, and a callback that has begun is not waited for.
  * Errors:    a null timer, or no memory: logged at level 5, nothing is stopped.
  */
 ZAL_EXPORT void ZAL_EventLoop_StopTimer(ZAL_EventLoopContext loop, uv_timer_t* timer) ZAL_NOEXCEPT;
@@ -151,8 +150,8 @@ ZAL_EXPORT void* ZAL_EventLoop_GetTimerContext(const void* handle) ZAL_NOEXCEPT;
 /**
  * Has `callback` called whenever the descriptor is readable.
  *
- * Ownership: as for ZAL_EventLoop_StartTimer. The descriptor stays the caller's and must stay open until the poll is
- *            stopped.
+ * Ownership: as for ZAL_EventLoop_StartTimer. The descriptor stays the caller's, is made non-blocking, and must stay
+ *            open until the poll has been stopped: at once on the loop thread, else when that has taken up the stop.
  * Threads:   any thread; the callback runs on the loop thread.
  * Errors:    a descriptor that libuv refuses is logged at level 5 on the loop thread; the poll never calls back, and is
  *            stopped like any other.
@@ -172,8 +171,8 @@ ZAL_EXPORT void* ZAL_EventLoop_GetPollContext(const void* handle) ZAL_NOEXCEPT;
  * Watches a file or directory for the inotify events of `mask`. The watch takes one thread of libuv's pool for its
  * whole life; the pool has four, unless the environment says otherwise (UV_THREADPOOL_SIZE).
  *
- * Ownership: the watch belongs to its worker. The pointer is good for one ZAL_EventLoop_StopFs, until the loop is
- *            destroyed, which ends the watch too, within about a second.
+ * Ownership: the watch belongs to its worker. The pointer is good for one ZAL_EventLoop_StopFs, or until the loop is
+ *            destroyed or the process exits, which end the watch too; each takes about a second at most.
  * Threads:   any thread.
  * Errors:    logged at level 5. If the watch ends by itself, for want of memory on the worker, that is logged as well.
  * Source:    inotify(7)

@@ -32,6 +32,15 @@ Handle* requestStart(Loop& loop, CommandType type, const char* function, Fill fi
   return handle.release();
 }
 
+/// The queued stop comes an iteration later. On the loop thread the handle is silent at once, so that a callback which
+/// stops it may go on to free what it works on.
+void silence(const Loop& loop, uv_handle_t* handle) noexcept {
+  if (!isLoopThread(&loop) || uv_is_closing(handle) != 0) return;
+  const uv_handle_type type = uv_handle_get_type(handle);  // not set before the start has been executed
+  if (type == UV_TIMER) static_cast<void>(uv_timer_stop(reinterpret_cast<uv_timer_t*>(handle)));
+  if (type == UV_POLL) static_cast<void>(uv_poll_stop(reinterpret_cast<uv_poll_t*>(handle)));
+}
+
 }  // namespace
 
 uv_timer_t* startTimer(Loop& loop, uv_timer_cb callback, std::uint64_t timeout, std::uint64_t repeat,
@@ -54,6 +63,7 @@ uv_poll_t* startPoll(Loop& loop, uv_poll_cb callback, int descriptor, void* cont
 }
 
 void requestStop(Loop& loop, CommandType type, uv_handle_t* handle, const char* function) noexcept {
+  silence(loop, handle);
   if (CommandPtr command = makeCommand(type, handle, function)) enqueue(loop, std::move(command));
 }
 
