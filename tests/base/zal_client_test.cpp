@@ -1,15 +1,22 @@
 // The client runtime without a connection: its lists, its stored configuration and what its calls refuse.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <zal/zal.h>
 
 #include <cstring>
+#include <filesystem>
+#include <iterator>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
 #include "base/zal_client/client.hpp"
+#include "support/descriptor.hpp"
 #include "tests/support/log_capture.hpp"
+#include "tests/support/temp_dir.hpp"
 #include "tests/support/wait.hpp"
 
 namespace {
@@ -126,6 +133,48 @@ TEST_F(IdleClient, DestroyOfAStartedClientLeavesNothingRunning) {
   ZAL_Client_Destroy(client_);  // the leak checker and the thread checker look over its shoulder
 
   client_ = nullptr;
+}
+
+/// Listens and never accepts: connects succeed, and nobody answers.
+zal::Descriptor silentListener(const std::string& path) {
+  zal::Descriptor listener{socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)};
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  EXPECT_EQ(bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  EXPECT_EQ(listen(listener.get(), 4096), 0);
+  return listener;
+}
+
+auto openDescriptors() {
+  return std::distance(std::filesystem::directory_iterator{"/proc/self/fd"}, {});
+}
+
+TEST(ClientStop, AtAnyMomentOfAConnectLeavesNoConnectionOpen) {
+  const zal::test::TempDir directory;
+  const zal::Descriptor listener = silentListener(directory.file("agent.sock"));
+  ZAL_ClientOptions options = defaultOptions();
+  std::strcpy(options.url, ("file://" + directory.file("agent.sock")).c_str());
+  options.interval = 1;
+  ZAL_ClientHandle client = ZAL_Client_Create(&options);
+  ZAL_Client_Start(client);
+  ZAL_Client_Stop(client);
+  const auto atRest = openDescriptors();  // with what libuv opens for a loop's first stream, and keeps
+
+  for (int step = 0; step < 300; ++step) {
+    std::thread starter{[&] { ZAL_Client_Start(client); }};
+    // Around the interval, finely: the connect begins somewhere in there.
+    const auto moment = std::chrono::steady_clock::now() + std::chrono::microseconds{900 + 3 * step};
+    while (std::chrono::steady_clock::now() < moment) std::this_thread::yield();
+    ZAL_Client_Stop(client);
+    ZAL_Cond_Signal(client->connectedCond.get());  // the start would wait for what the stop forestalled
+    starter.join();
+    ZAL_Client_Stop(client);
+
+    ASSERT_EQ(openDescriptors(), atRest) << "in step " << step;
+    ASSERT_FALSE(client->isConnected());
+  }
+  ZAL_Client_Destroy(client);
 }
 
 TEST_F(IdleClient, MethodsAreAddedReplacedAndRemovedByExactName) {

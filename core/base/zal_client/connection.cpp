@@ -49,6 +49,8 @@ void connectTimerCallback(uv_timer_t* timer) noexcept {
   if (!client.isStarted()) return;
   // An attempt that is refused on the spot is followed by no callback of the transport, so it is renewed here.
   if (ZAL_IPC_ClientConnectServer(client.ipc, client.options.url) == 0 && !client.isConnected()) armRetry(client);
+  // Stop may have looked for the connection before it was begun.
+  if (!client.isStarted()) ZAL_IPC_DisconnectServer(client.ipc);
 }
 
 /// The transport's server-connect callback. Loop thread.
@@ -78,9 +80,7 @@ void stopLocked(ZAL_ClientHandle_& client) noexcept ZAL_REQUIRES(client.lifecycl
   dropConnectTimer(client);
   ZAL_IPC_DisconnectServer(client.ipc);
   ZAL_EventLoop_Stop(client.loop);
-  // The loop thread has ended. What it began in its last moments, seeing the client still started, ends here.
-  dropConnectTimer(client);
-  ZAL_IPC_DisconnectServer(client.ipc);
+  // The loop thread has ended, and no other sets this bit. The next start finds a client without a connection.
   client.flags.fetch_and(static_cast<std::uint8_t>(~kConnected));
 }
 
