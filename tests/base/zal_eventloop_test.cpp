@@ -197,6 +197,29 @@ TEST_F(EventLoop, HasClosedWhatItWasAskedToCloseWhenStopReturns) {
   EXPECT_EQ(closed, chain.size());
 }
 
+TEST_F(EventLoop, LeavesNoJobBehindHoweverMuchIsAskedForWhileItEnds) {
+  std::array<uv_async_t, 40> chain;  // longer than a stop has patience for
+  size_t queued = 0;
+  std::atomic<size_t> done{0};
+  Body job = [&] { ++done; };
+  Body goOn = [&] {
+    std::thread{[&] { EXPECT_EQ(ZAL_EventLoop_Work(loop_, onWork, &job), 0); }}.join();
+    if (++queued < chain.size()) closeHandle(chain.at(queued));
+  };
+  for (uv_async_t& link : chain) openHandle(link, goOn);
+
+  ZAL_EventLoop_Run(loop_);
+  onLoopThread([&] {
+    ZAL_EventLoop_Stop(loop_);
+    closeHandle(chain.front());
+  });
+  ZAL_EventLoop_Stop(loop_);
+
+  EXPECT_GT(queued, 1);
+  EXPECT_TRUE(waitUntil([&] { return done == queued; })) << done << " of " << queued << " jobs ran";
+  destroy();
+}
+
 TEST_F(EventLoop, ReportsWhatIsLeftWhenItIsDestroyed) {
   ASSERT_NE(ZAL_EventLoop_StartTimer(loop_, onTimer, 1000000, 0, nullptr), nullptr);
 

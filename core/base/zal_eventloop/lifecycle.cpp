@@ -34,10 +34,11 @@ void awaitLeft(Loop& loop) noexcept {
 }
 
 /// Ends this thread's run, unless commands came in meanwhile: changing the phase and finding the queue empty is one
-/// step.
+/// step. The last round ends it in any case, and executes them itself: on a resting loop nobody would.
 bool leaveIfDrained(Loop& loop, bool isLastRound) noexcept {
   const LockGuard hold{loop.queueLock};
   if (loop.queueHead != nullptr && !isLastRound) return false;
+  drainLocked(loop);
   clearFlag(loop, kRunning);
   loop.runner.store(0);
   setPhaseLocked(loop, Phase::kResting);
