@@ -127,7 +127,8 @@ ZAL_ServiceHandle ZAL_Service_Create(const char* name) noexcept {
 void ZAL_Service_AddMethod(ZAL_ServiceHandle service, const char* name, ZAL_MethodCallback handler,
                            void* userData) noexcept {
   if (service == nullptr || name == nullptr) return;
-  zal::Method* method = zal::changeMethod(
+  const zal::LockGuard hold{service->methodsMutex};
+  zal::Method* method = zal::changeMethodLocked(
       *service, {.name = name, .removes = handler == nullptr, .group = service->name, .function = __func__});
   if (method == nullptr) return;
   method->handler = handler;
@@ -143,7 +144,8 @@ ZAL_ServiceHandle ZAL_TelemetryService_Create() noexcept {
 void ZAL_TelemetryService_AddDataset(ZAL_ServiceHandle service, const char* name,
                                      ZAL_DatasetCallback callback) noexcept {
   if (service == nullptr || name == nullptr) return;
-  zal::Method* dataset = zal::changeMethod(
+  const zal::LockGuard hold{service->methodsMutex};
+  zal::Method* dataset = zal::changeMethodLocked(
       *service, {.name = name, .removes = callback == nullptr, .group = "telemetry", .function = __func__});
   if (dataset != nullptr) dataset->pathHandler = callback;
 }

@@ -185,20 +185,20 @@ ZAL_EXPORT ZAL_ServiceHandle ZAL_Service_Create(const char* name) ZAL_NOEXCEPT;
  * Adds a method, or replaces the handler and user data of the method of that name; with a null handler an existing
  * method is removed, and a new one answers every request with an image that holds no record.
  *
- * Workers read the methods of a started client's service without a lock: change them before the start or after the
- * stop.
+ * Of a service that a client has taken, too: the next request meets the change, one that runs goes on. The agent learns
+ * of it with the next subscription.
  *
  * Ownership: `userData` stays the caller's and must live as long as the service.
- * Threads:   any one thread at a time.
+ * Threads:   any thread.
  */
 ZAL_EXPORT void ZAL_Service_AddMethod(ZAL_ServiceHandle service, const char* name, ZAL_MethodCallback handler,
                                       void* userData) ZAL_NOEXCEPT;
 /**
- * Gives a service to the client. Where the client has one of the same name, nothing happens and the given service stays
- * the caller's. It is subscribed with all others after the next connection, not at once.
+ * Gives a service to the client. It is subscribed with all others after the next connection, not at once.
  *
- * Ownership: takes the service.
- * Threads:   any one thread at a time, also while the client is started.
+ * Ownership: takes the service. Where the client has one of the same name, nothing happens and the given service stays
+ *            the caller's, who may give it to another client; nothing else frees a service.
+ * Threads:   any thread, also while the client is started.
  */
 ZAL_EXPORT void ZAL_Client_AddService(ZAL_ClientHandle client, ZAL_ServiceHandle service) ZAL_NOEXCEPT;
 /**
@@ -337,9 +337,10 @@ ZAL_EXPORT int ZAL_Events_GetParamBoolFromArray(ZAL_ClientHandle client, const c
  */
 ZAL_EXPORT ZAL_ServiceHandle ZAL_TelemetryService_Create(void) ZAL_NOEXCEPT;
 /**
- * Adds a dataset, or replaces the callback of the one of that name; with a null callback an existing one is removed.
+ * Adds a dataset, or replaces the callback of the one of that name; with a null callback an existing one is removed. As
+ * ZAL_Service_AddMethod otherwise.
  *
- * Threads:   any one thread at a time, before the client starts or after it stopped.
+ * Threads:   any thread.
  */
 ZAL_EXPORT void ZAL_TelemetryService_AddDataset(ZAL_ServiceHandle service, const char* name,
                                                 ZAL_DatasetCallback callback) ZAL_NOEXCEPT;

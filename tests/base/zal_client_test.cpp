@@ -77,6 +77,7 @@ int otherDataset(ZAL_MessageHandle, ZAL_MessageHandle, ZAL_MessageHandle) {
 
 std::vector<std::string> methodNames(ZAL_ServiceHandle service) {
   std::vector<std::string> names;
+  const zal::LockGuard hold{service->methodsMutex};
   for (const auto* method = service->methods.head(); method != nullptr; method = method->next) {
     names.emplace_back(method->name);
   }
@@ -198,6 +199,21 @@ TEST_F(IdleClient, MethodsAreAddedReplacedAndRemovedByExactName) {
   EXPECT_EQ(log.count("get is removed from svc\n"), 1);
 
   ZAL_Client_AddService(client_, service);
+}
+
+TEST_F(IdleClient, MethodsMayChangeWhileRequestsRun) {
+  static std::atomic<int> answered;
+  answered = 0;
+  const ZAL_MethodCallback answer = [](ZAL_MessageHandle, ZAL_MessageHandle, void*) { return ++answered; };
+  ZAL_ServiceHandle service = ZAL_Service_Create("svc");
+  ZAL_Client_AddService(client_, service);
+
+  for (int request = 0; request < 2000; ++request) {
+    ZAL_Client_Command_Request(client_, "svc", "get", nullptr);
+    ZAL_Service_AddMethod(service, "get", request % 8 < 4 ? answer : nullptr, nullptr);
+  }
+
+  EXPECT_TRUE(waitUntil([] { return answered > 0; }));
 }
 
 TEST_F(IdleClient, DatasetsAreMethodsWithAPathHandler) {

@@ -2,8 +2,8 @@
 //
 // Threads: the loop thread runs the connect timer and the transport's callbacks; worker threads run every job, and so
 // every function of the application; all exported functions are for the application's own threads and for jobs.
-// Lock order: lifecycleMutex, then the transport's and the loop's locks. callbackMutex and configMutex are leaves but
-// for callbackMutex being held while an application callback runs.
+// Lock order: lifecycleMutex, then the transport's and the loop's locks; servicesMutex, then a service's methodsMutex.
+// The others are leaves, but for callbackMutex being held while an application callback runs.
 #pragma once
 
 #include <zal/zal_client.h>
@@ -18,6 +18,7 @@
 #include <cstdlib>
 #include <memory>
 #include <new>
+#include <optional>
 
 #include "support/lock.hpp"
 
@@ -159,8 +160,10 @@ inline constexpr std::uint8_t kConnected = 2;  // bit 1
 
 struct ZAL_ServiceHandle_ {
   char name[256];  // first, so that a handle can stand where the name is expected
-  zal::HeadList<zal::Method> methods;
+  zal::HeadList<zal::Method> methods ZAL_GUARDED_BY(methodsMutex);
   ZAL_ServiceHandle_* next;
+
+  zal::Mutex methodsMutex;
 };
 
 struct ZAL_ClientHandle_ {
@@ -170,7 +173,7 @@ struct ZAL_ClientHandle_ {
   zal::EventCallbackList connectCallbacks ZAL_GUARDED_BY(callbackMutex);
   zal::EventCallbackList disconnectCallbacks ZAL_GUARDED_BY(callbackMutex);
   zal::ConfigCallbackList configChangeCallbacks ZAL_GUARDED_BY(callbackMutex);
-  zal::HeadList<ZAL_ServiceHandle_> services;          // walked without a lock; pushed at its head while started
+  zal::HeadList<ZAL_ServiceHandle_> services;          // walked without a lock; pushed under servicesMutex
   zal::HeadList<zal::PendingRequest> pendingRequests;  // under the gateway lock of the process (gateway.cpp)
   zal::CondPtr connectedCond{ZAL_Cond_Create()};
   zal::ObjectPtr config ZAL_GUARDED_BY(configMutex);
@@ -181,13 +184,14 @@ struct ZAL_ClientHandle_ {
   std::int32_t retryInterval = 0;
   std::atomic<std::uint8_t> configPending{0};
 
+  zal::Mutex servicesMutex;   // held by whoever adds a service
   zal::Mutex lifecycleMutex;  // held by whoever starts or stops the loop
   bool closed ZAL_GUARDED_BY(lifecycleMutex) = false;
   zal::JobCounter jobs;
 
   [[nodiscard]] bool valid() const noexcept {
-    return connectedCond != nullptr && configMutex.valid() && callbackMutex.valid() && lifecycleMutex.valid() &&
-           jobs.valid();
+    return connectedCond != nullptr && configMutex.valid() && callbackMutex.valid() && servicesMutex.valid() &&
+           lifecycleMutex.valid() && jobs.valid();
   }
   [[nodiscard]] bool isStarted() const noexcept { return (flags.load() & zal::kStarted) != 0; }
   [[nodiscard]] bool isConnected() const noexcept { return (flags.load() & zal::kConnected) != 0; }
@@ -236,9 +240,10 @@ void writeCommand(ZAL_ClientHandle_& client, const ZAL_IpcCommand& command) noex
 [[nodiscard]] ZAL_ServiceHandle_* findService(const ZAL_ClientHandle_& client, const char* name) noexcept;
 /// The first service whose name the given one begins with, or null. Any thread.
 [[nodiscard]] ZAL_ServiceHandle_* findServiceByPrefix(const ZAL_ClientHandle_& client, const char* name) noexcept;
-[[nodiscard]] Method* findMethod(const ZAL_ServiceHandle_& service, const char* name) noexcept;
+/// The method of exactly this name, copied: another thread may change or remove it meanwhile. Any thread.
+[[nodiscard]] std::optional<Method> findMethod(ZAL_ServiceHandle_& service, const char* name) noexcept;
 [[nodiscard]] std::unique_ptr<ZAL_ServiceHandle_> makeService(const char* name) noexcept;
-/// Takes the service unless one of its name is there; then it stays the caller's.
+/// Takes the service unless one of its name is there; then it stays the caller's. Any thread.
 void addService(ZAL_ClientHandle_& client, ZAL_ServiceHandle_& service) noexcept;
 void subscribeServices(ZAL_ClientHandle_& client) noexcept;
 
@@ -250,7 +255,8 @@ struct MethodChange {
   const char* function;  // the exported function that speaks
 };
 /// The entry to set, which is made when there is none; null when the entry was removed or memory ran out.
-[[nodiscard]] Method* changeMethod(ZAL_ServiceHandle_& service, const MethodChange& change) noexcept;
+[[nodiscard]] Method* changeMethodLocked(ZAL_ServiceHandle_& service, const MethodChange& change) noexcept
+    ZAL_REQUIRES(service.methodsMutex);
 
 // callbacks.cpp
 
@@ -261,11 +267,11 @@ struct ProfileJob {
 };
 
 /// Adds the callback unless the list holds its function already. Any thread outside an application callback.
-void addEventCallback(ZAL_ClientHandle_& client, EventCallbackList ZAL_ClientHandle_::* list,
+void addEventCallback(ZAL_ClientHandle_& client, EventCallbackList ZAL_ClientHandle_::*list,
                       ZAL_ClientEventCallback callback, void* userData, const char* caller) noexcept;
 void addConfigCallback(ZAL_ClientHandle_& client, ZAL_ConfigChangeCallback callback, void* userData) noexcept;
 /// Worker thread.
-void runEventCallbacks(ZAL_ClientHandle_& client, EventCallbackList ZAL_ClientHandle_::* list, unsigned flag) noexcept;
+void runEventCallbacks(ZAL_ClientHandle_& client, EventCallbackList ZAL_ClientHandle_::*list, unsigned flag) noexcept;
 void runConfigCallbacks(ProfileJob& job) noexcept;
 /// Announces a changed profile to the application. Loop thread.
 void postProfileChanged(ZAL_ClientHandle_& client, const char* service) noexcept;

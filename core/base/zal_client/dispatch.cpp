@@ -186,8 +186,8 @@ void answerRequest(ZAL_ClientWorkItem_& item) noexcept {
   ZAL_UriParser_GetRootName(uri.get(), methodName, sizeof methodName);
   const CommandListPtr replies{ZAL_IpcCommand_Create()};
   if (!replies) return;
-  const ZAL_ServiceHandle_* service = findService(*item.client, command.service);
-  if (const Method* method = service != nullptr ? findMethod(*service, methodName) : nullptr) {
+  ZAL_ServiceHandle_* const service = findService(*item.client, command.service);
+  if (const auto method = service != nullptr ? findMethod(*service, methodName) : std::nullopt) {
     Call call{.item = item, .methodName = methodName};
     if (call.request && call.response && callMethod(call, *method, uri.get())) addReply(call, replies.get());
   }

@@ -1,4 +1,4 @@
-// Services and their methods: adding, replacing, removing, finding, and telling the agent of them.
+// Services and their methods: adding, replacing, removing, finding, and telling the agent of them. Any thread.
 #include <zal/zal_runtime.h>
 
 #include <cstring>
@@ -8,6 +8,31 @@
 #include "support/log.hpp"
 
 namespace zal {
+
+namespace {
+
+Method* findMethodLocked(ZAL_ServiceHandle_& service, const char* name) noexcept ZAL_REQUIRES(service.methodsMutex) {
+  return service.methods.find([&](const auto& method) { return std::strcmp(method.name, name) == 0; });
+}
+
+bool hasMethods(ZAL_ServiceHandle_& service) noexcept {
+  const LockGuard hold{service.methodsMutex};
+  return service.methods.head() != nullptr;
+}
+
+/// Adds one subscription a method.
+void listMethods(ZAL_ServiceHandle_& service, ZAL_IpcCommandList list) noexcept {
+  const LockGuard hold{service.methodsMutex};
+  for (const auto* method = service.methods.head(); method != nullptr; method = method->next) {
+    ZAL_IpcCommand command{};
+    command.code = ZAL_IPC_CMD_SUBSCRIBE;
+    zalstrlcpy(command.service, service.name, sizeof command.service);
+    zalstrlcpy(command.name, method->name, sizeof command.name);
+    ZAL_IpcCommand_Add(list, &command);
+  }
+}
+
+}  // namespace
 
 ZAL_ServiceHandle_* findService(const ZAL_ClientHandle_& client, const char* name) noexcept {
   return client.services.find(
@@ -19,18 +44,21 @@ ZAL_ServiceHandle_* findServiceByPrefix(const ZAL_ClientHandle_& client, const c
       [&](const auto& service) { return std::strncmp(name, service.name, std::strlen(service.name)) == 0; });
 }
 
-Method* findMethod(const ZAL_ServiceHandle_& service, const char* name) noexcept {
-  return service.methods.find([&](const auto& method) { return std::strcmp(method.name, name) == 0; });
+std::optional<Method> findMethod(ZAL_ServiceHandle_& service, const char* name) noexcept {
+  const LockGuard hold{service.methodsMutex};
+  const Method* const method = findMethodLocked(service, name);
+  return method != nullptr ? std::optional{*method} : std::nullopt;
 }
 
 std::unique_ptr<ZAL_ServiceHandle_> makeService(const char* name) noexcept {
   std::unique_ptr<ZAL_ServiceHandle_> service{new (std::nothrow) ZAL_ServiceHandle_{}};
-  if (service) zalstrlcpy(service->name, name, sizeof service->name);
+  if (!service || !service->methodsMutex.valid()) return nullptr;
+  zalstrlcpy(service->name, name, sizeof service->name);
   return service;
 }
 
-Method* changeMethod(ZAL_ServiceHandle_& service, const MethodChange& change) noexcept {
-  Method* const known = findMethod(service, change.name);
+Method* changeMethodLocked(ZAL_ServiceHandle_& service, const MethodChange& change) noexcept {
+  Method* const known = findMethodLocked(service, change.name);
   if (known != nullptr && !change.removes) return known;
   if (known != nullptr) {
     // Held until the end of the block: the log line names it.
@@ -53,11 +81,12 @@ Method* changeMethod(ZAL_ServiceHandle_& service, const MethodChange& change) no
 
 void addService(ZAL_ClientHandle_& client, ZAL_ServiceHandle_& service) noexcept {
   constexpr const char* kFunction = "ZAL_Client_AddService";
+  const LockGuard hold{client.servicesMutex};
   if (findService(client, service.name) != nullptr) return;
   client.services.push(std::unique_ptr<ZAL_ServiceHandle_>{&service});
   if (!client.isConnected()) {
     ZAL_LOG_AS(ZAL_LOG_DEBUG, kFunction, "%s is added to client service list\n", service.name);
-  } else if (service.methods.head() != nullptr) {
+  } else if (hasMethods(service)) {
     ZAL_LOG_AS(ZAL_LOG_WARNING, kFunction,
                "%s is added after client is connected.  Try adding service before client starts.\n"
                "Service will auto-subscribe on next client reconnection.\n",
@@ -73,15 +102,9 @@ void subscribeServices(ZAL_ClientHandle_& client) noexcept {
   }
   const CommandListPtr list{ZAL_IpcCommand_Create()};
   if (!list) return;
-  for (const auto* service = client.services.head(); service != nullptr; service = service->next) {
+  for (auto* service = client.services.head(); service != nullptr; service = service->next) {
     ZAL_LOG_AS(ZAL_LOG_DEBUG, kFunction, "Subscribing service \"%s\"\n", service->name);
-    for (const auto* method = service->methods.head(); method != nullptr; method = method->next) {
-      ZAL_IpcCommand command{};
-      command.code = ZAL_IPC_CMD_SUBSCRIBE;
-      zalstrlcpy(command.service, service->name, sizeof command.service);
-      zalstrlcpy(command.name, method->name, sizeof command.name);
-      ZAL_IpcCommand_Add(list.get(), &command);
-    }
+    listMethods(*service, list.get());
   }
   writeCommands(client, list.get());
 }
