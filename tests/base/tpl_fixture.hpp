@@ -123,40 +123,25 @@ class EngineHook {
   tpl_hook_record saved_;
 };
 
-/// The caller's variables of the command records' format, and the two records of the documented image.
-struct Command {
-  static constexpr const char* kFormat = "A(iBBBBi)";
+inline tpl_blob blobOf(std::string_view bytes) {
+  return {const_cast<char*>(bytes.data()), static_cast<std::uint32_t>(bytes.size())};
+}
 
+/// The documented image: two command records.
+inline std::string documentedImage() {
+  return bytes(
+      "tpl\0\x5a\0\0\0A(iBBBBi)\0\2\0\0\0"
+      "\5\0\0\0\4\0\0\0svc\0\4\0\0\0get\0\1\0\0\0\0\2\0\0\0{}\7\0\0\0"
+      "\3\0\0\0\4\0\0\0svc\0\4\0\0\0set\0\1\0\0\0\0\0\0\0\0\0\0\0\0");
+}
+
+/// The variables that it is packed from and unpacked into.
+struct Command {
   std::int32_t code = 0;
-  tpl_blob service = {};
-  tpl_blob name = {};
-  tpl_blob optional = {};
-  tpl_blob payload = {};
+  tpl_blob blobs[4] = {};
   std::int32_t id = 0;
 
-  Map map() { return mapOf(kFormat, &code, &service, &name, &optional, &payload, &id); }
-
-  static tpl_blob blob(std::string_view bytes) {
-    return {const_cast<char*>(bytes.data()), static_cast<std::uint32_t>(bytes.size())};
-  }
-  void pack(const Map& map, std::int32_t newCode, std::string_view newName, std::string_view json, std::int32_t newId) {
-    using namespace std::string_view_literals;
-    code = newCode;
-    service = blob("svc\0"sv);
-    name = blob(newName);
-    optional = blob("\0"sv);
-    payload = blob(json);
-    id = newId;
-    tpl_pack(map.get(), 1);
-  }
-  static std::string image() {
-    using namespace std::string_view_literals;
-    Command command;
-    const Map map = command.map();
-    command.pack(map, 5, "get\0"sv, "{}"sv, 7);
-    command.pack(map, 3, "set\0"sv, {}, 0);
-    return dump(map);
-  }
+  Map map() { return mapOf("A(iBBBBi)", &code, &blobs[0], &blobs[1], &blobs[2], &blobs[3], &id); }
 };
 
 }  // namespace zal::test
