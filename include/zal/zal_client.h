@@ -101,8 +101,9 @@ ZAL_EXPORT void ZAL_Client_Start(ZAL_ClientHandle client) ZAL_NOEXCEPT;
 /**
  * Ends connection attempts, closes the connection and ends the loop thread, for which it waits.
  *
- * Jobs that are queued or running go on; what they send is dropped. Reads of the configuration give null from then on.
- * No disconnect callback is called. On a client that is not started nothing happens.
+ * What was sent and is not yet written is dropped. Jobs that are queued or running go on; what they send is dropped
+ * too. Reads of the configuration give null from then on. No disconnect callback is called for it. On a client that is
+ * not started nothing happens.
  *
  * Threads:   any thread, handlers and callbacks included; a second caller at the same time returns after the first. On
  *            the client's loop thread it is refused with a level 5 log line.
@@ -114,11 +115,13 @@ ZAL_EXPORT void ZAL_Client_Stop(ZAL_ClientHandle client) ZAL_NOEXCEPT;
  * services with their methods, the configuration, and gateway requests without an answer, whose callbacks are not
  * called.
  *
- * The agent is not told. The time it takes is that of the handlers that still run or wait for a worker.
+ * The agent is not told. The time it takes is that of the handlers that still run or wait for a worker; what they ask
+ * of the client meanwhile is dropped.
  *
- * Ownership: takes the client; no other thread may use it any more.
- * Threads:   any thread but those of the client's own handlers and callbacks: there it would wait for itself, so it is
- *            refused with a level 5 log line and the client stays as it is.
+ * Ownership: takes the client; no other thread but its handlers may use it any more.
+ * Threads:   any thread but a worker. Inside a handler or callback, of another client too, it is refused with a level 5
+ *            log line and the client stays as it is: the jobs it waits for may be the caller or need its worker. The
+ *            same holds for jobs of ZAL_EventLoop_Work, where it is not noticed.
  * Errors:    null: level 5 log line.
  */
 ZAL_EXPORT void ZAL_Client_Destroy(ZAL_ClientHandle client) ZAL_NOEXCEPT;
@@ -247,9 +250,11 @@ ZAL_EXPORT void ZAL_Client_Command_Request(ZAL_ClientHandle client, const char* 
  * Sends a request to another party through the agent, and calls back with its answer. A request without an answer stays
  * pending until the client is destroyed; one that is asked for without a connection is dropped and stays pending too.
  *
+ * A null callback is allowed: the answer is then dropped. Without data nothing is sent.
+ *
  * Ownership: `data` stays the caller's; it is printed before the call returns. `userData` must live until the callback,
- * or until the client is destroyed. A null callback is allowed: the answer is then dropped. Threads:   any thread; the
- * request is written on a worker thread.
+ *            or until the client is destroyed.
+ * Threads:   any thread; the request is written on a worker thread.
  */
 ZAL_EXPORT void ZAL_Client_Command_Request_Gateway(ZAL_ClientHandle client, const char* service, const char* name,
                                                    ZAL_ObjectHandle data, ZAL_GatewayResponseCallback callback,
@@ -296,7 +301,8 @@ ZAL_EXPORT int ZAL_Events_GetParamDouble(ZAL_ClientHandle client, const char* ev
  *
  * Threads:   any thread.
  *
- * @return ZAL_CLIENT_OK, or ZAL_CLIENT_NOT_AVAILABLE and `value` untouched: no connection or no settings
+ * @return ZAL_CLIENT_OK, or ZAL_CLIENT_NOT_AVAILABLE and `value` untouched: no connection, or no configuration with
+ *         event settings
  */
 ZAL_EXPORT int ZAL_Events_GetParamBool(ZAL_ClientHandle client, const char* event, const char* parameter,
                                        uint8_t* value) ZAL_NOEXCEPT;

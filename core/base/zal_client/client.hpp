@@ -217,15 +217,16 @@ using WorkItemPtr = std::unique_ptr<ZAL_ClientWorkItem_>;
 [[nodiscard]] bool postJob(ZAL_ClientHandle_& client, uv_work_cb work, void* data) noexcept;
 /// Queues clientWork with the item, which is freed when that fails. Any thread.
 void postWorkItem(WorkItemPtr item) noexcept;
-/// True on a worker thread inside a job of this client.
-[[nodiscard]] bool runsJobOf(const ZAL_ClientHandle_& client) noexcept;
+/// True on a worker thread inside a job of any client.
+[[nodiscard]] bool runsJob() noexcept;
 
 // connection.cpp
 
 [[nodiscard]] ZAL_ClientHandle_* createClient(const ZAL_ClientOptions& options) noexcept;
 void startClient(ZAL_ClientHandle_& client) noexcept;
 void stopClient(ZAL_ClientHandle_& client) noexcept;
-/// Stops the client for good and waits for its jobs; false when the calling thread is one of them or the loop's own.
+/// Stops the client for good and waits for its jobs; false, with a log line, on a worker, which they may need, and on
+/// the loop thread.
 [[nodiscard]] bool quiesceClient(ZAL_ClientHandle_& client, const char* caller) noexcept;
 /// Gives up what the short teardown does not release: lists, services, pending requests and configuration.
 void forsakeContents(ZAL_ClientHandle_& client) noexcept;

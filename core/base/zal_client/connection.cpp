@@ -138,8 +138,8 @@ void stopClient(ZAL_ClientHandle_& client) noexcept {
 }
 
 bool quiesceClient(ZAL_ClientHandle_& client, const char* caller) noexcept {
-  if (runsJobOf(client) || isLoopThread(client.loop)) {
-    ZAL_LOG_AS(ZAL_LOG_ERROR, caller, "refused inside a handler or callback of the same client\n");
+  if (runsJob() || isLoopThread(client.loop)) {
+    ZAL_LOG_AS(ZAL_LOG_ERROR, caller, "refused inside a handler or callback\n");
     return false;
   }
   {

@@ -1,6 +1,5 @@
 // Requests that the application addresses to another party through the agent, and the answers that come back.
 // Worker threads. One lock of the process guards the id counter, which all clients share, and every pending list.
-#include <mutex>
 #include <utility>
 
 #include "base/zal_client/client.hpp"
@@ -13,8 +12,8 @@ namespace {
 
 constexpr std::uint16_t kFirstRequestId = 65531;
 
-constinit std::mutex gatewayMutex;  // needs no making, so threads cannot race for it
-constinit std::uint16_t requestIdCounter = kFirstRequestId;
+constinit StaticMutex gatewayMutex;
+std::uint16_t requestIdCounter ZAL_GUARDED_BY(gatewayMutex) = kFirstRequestId;
 
 }  // namespace
 
@@ -25,7 +24,7 @@ void sendGatewayRequest(ZAL_ClientWorkItem_& item) noexcept {
     return;
   }
   {
-    const std::scoped_lock hold{gatewayMutex};
+    const LockGuard hold{gatewayMutex};
     item.command->requestId = requestIdCounter++;
     pending->requestId = item.command->requestId;
     item.client->pendingRequests.push(std::move(pending));
@@ -36,7 +35,7 @@ void sendGatewayRequest(ZAL_ClientWorkItem_& item) noexcept {
 void deliverGatewayResponse(ZAL_ClientWorkItem_& item) noexcept {
   std::unique_ptr<PendingRequest> pending;
   {
-    const std::scoped_lock hold{gatewayMutex};
+    const LockGuard hold{gatewayMutex};
     pending =
         item.client->pendingRequests.remove([&](const auto& request) { return request.requestId == item.requestId; });
   }

@@ -14,16 +14,15 @@ struct Job {
   void* data;
 };
 
-thread_local const ZAL_ClientHandle_* currentClient = nullptr;
+thread_local bool isInJob = false;
 
 /// Worker thread. The client may be freed as soon as its job has been counted out.
 void runJob(uv_work_t* request) noexcept {
   const Job job = *std::unique_ptr<Job>{static_cast<Job*>(request->data)};
   request->data = job.data;
-  const ZAL_ClientHandle_* const outer = currentClient;
-  currentClient = job.client;
+  isInJob = true;
   job.work(request);
-  currentClient = outer;
+  isInJob = false;
   job.client->jobs.end();
 }
 
@@ -71,8 +70,8 @@ void postWorkItem(WorkItemPtr item) noexcept {
   if (postJob(*item->client, clientWork, item.get())) static_cast<void>(item.release());  // clientWork frees it
 }
 
-bool runsJobOf(const ZAL_ClientHandle_& client) noexcept {
-  return currentClient == &client;
+bool runsJob() noexcept {
+  return isInJob;
 }
 
 }  // namespace zal
