@@ -137,6 +137,7 @@ bool Commands::runFile(const std::string& path) {
 void Commands::runInput() {
   printer_.prompt();
   while (const auto line = waiter_.readLine()) {
+    printer_.promptTaken();
     if (!run(*line)) return;
     printer_.prompt();
   }
@@ -238,7 +239,8 @@ void Commands::quit(Arguments& arguments) {
 std::string Commands::help() {
   std::string text = "Commands:";
   for (const Command& command : kTable) {
-    text += "\n  " + std::string{command.name} + ' ' + command.usage + "\n      " + command.help;
+    text += "\n  " + std::string{command.name} + (*command.usage == '\0' ? "" : " ") + command.usage;
+    text += std::string{"\n      "} + command.help;
   }
   return text;
 }

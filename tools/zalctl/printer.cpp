@@ -87,28 +87,41 @@ std::string shifted(std::string_view body) {
 Printer::Printer() : colours_{wantsColours()}, interactive_{isatty(STDIN_FILENO) == 1 && isatty(STDOUT_FILENO) == 1} {}
 
 void Printer::print(Tone tone, std::string_view line, std::string_view body) {
+  const bool isColoured = colours_ && tone != Tone::kPlain;
   std::string text;
-  if (colours_) text += kColours.at(static_cast<std::size_t>(tone));
+  if (isColoured) text += kColours.at(static_cast<std::size_t>(tone));
   text += line;
-  if (colours_) text += kReset;
+  if (isColoured) text += kReset;
   text += '\n';
   if (!body.empty()) text += shifted(body);
 
   const std::lock_guard hold{mutex_};
-  std::fwrite(text.data(), 1, text.size(), stdout);
-  std::fflush(stdout);
+  writeLocked(stdout, text);
 }
 
 void Printer::error(std::string_view line) {
   const std::string text = "zalctl: " + printable(line) + '\n';
   const std::lock_guard hold{mutex_};
-  std::fwrite(text.data(), 1, text.size(), stderr);
+  writeLocked(stderr, text);
 }
 
 void Printer::prompt() {
   if (!interactive_) return;
   const std::lock_guard hold{mutex_};
-  std::fputs("> ", stdout);
+  promptStands_ = true;
+  writeLocked(stdout, {});
+}
+
+void Printer::promptTaken() {
+  const std::lock_guard hold{mutex_};
+  promptStands_ = false;
+}
+
+void Printer::writeLocked(std::FILE* stream, std::string_view text) {
+  if (promptStands_) std::fputs("\r\033[K", stdout);
+  std::fflush(stdout);
+  std::fwrite(text.data(), 1, text.size(), stream);
+  if (promptStands_) std::fputs("> ", stdout);
   std::fflush(stdout);
 }
 

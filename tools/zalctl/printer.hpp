@@ -4,6 +4,7 @@
 
 #include <cjson/cJSON.h>
 
+#include <cstdio>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -20,13 +21,18 @@ class Printer {
   void print(Tone tone, std::string_view line, std::string_view body = {});
   /// A line on standard error.
   void error(std::string_view line);
-  /// The prompt, on a terminal only.
+  /// Shows the prompt, on a terminal only; what is printed while it stands goes above it.
   void prompt();
+  /// The line at the prompt was entered.
+  void promptTaken();
 
  private:
+  void writeLocked(std::FILE* stream, std::string_view text);
+
   std::mutex mutex_;
-  bool colours_;
-  bool interactive_;
+  const bool colours_;
+  const bool interactive_;
+  bool promptStands_ = false;  // under mutex_
 };
 
 /// The text with control characters and whatever is no UTF-8 as \xNN.

@@ -45,7 +45,7 @@ sigset_t blockSignals() {
 Waiter::Waiter() : changes_{checked(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd")} {
   const sigset_t set = blockSignals();
   signals_ = checked(signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK), "signalfd");
-  // A peer that goes away while it is written to is an error of that write, not the end of this process.
+  // When the reader of the output goes away, the agent still ends in order and takes its socket with it.
   static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
 }
 
