@@ -288,8 +288,6 @@ static sigset_t blockEndSignals(void) {
   sigaddset(&signals, SIGINT);
   sigaddset(&signals, SIGTERM);
   pthread_sigmask(SIG_BLOCK, &signals, NULL);
-  /* An agent that goes away while we write to it must not end this process. */
-  signal(SIGPIPE, SIG_IGN);
   return signals;
 }
 
