@@ -96,8 +96,6 @@ StandInAgent::StandInAgent(std::string socketPath)
   thread_ = std::thread{[this] { run(); }};
 }
 
-StandInAgent::StandInAgent() : StandInAgent{std::string{}} {}
-
 StandInAgent::~StandInAgent() {
   {
     const std::lock_guard hold{mutex_};
@@ -168,23 +166,26 @@ std::optional<WireRecord> StandInAgent::waitForRecord(const std::function<bool(c
   return found;
 }
 
-StandInAgent::ConnectionPtr StandInAgent::newest() const {
+StandInAgent::ConnectionPtr StandInAgent::find(int number) const {
   const std::lock_guard hold{mutex_};
-  return connections_.empty() ? nullptr : connections_.back();
+  const auto at = std::find_if(connections_.rbegin(), connections_.rend(), [&](const ConnectionPtr& connection) {
+    return number == kNewest || connection->number == number;
+  });
+  return at == connections_.rend() ? nullptr : *at;
 }
 
-bool StandInAgent::send(const WireImage& image) {
-  return sendBytes(encodeImage(image));
+bool StandInAgent::send(const WireImage& image, int connection) {
+  return sendBytes(encodeImage(image), connection);
 }
 
-bool StandInAgent::sendBytes(std::string_view bytes) {
-  const ConnectionPtr connection = newest();
-  return connection && connection->sendAll(bytes, bytes.size());
+bool StandInAgent::sendBytes(std::string_view bytes, int connection) {
+  const ConnectionPtr found = find(connection);
+  return found && found->sendAll(bytes, bytes.size());
 }
 
 bool StandInAgent::sendByteByByte(std::string_view bytes) {
-  const ConnectionPtr connection = newest();
-  return connection && connection->sendAll(bytes, 1);
+  const ConnectionPtr found = find(kNewest);
+  return found && found->sendAll(bytes, 1);
 }
 
 void StandInAgent::dropConnections() {

@@ -22,16 +22,16 @@ namespace zal::test {
 
 class StandInAgent {
  public:
+  static constexpr int kNewest = 0;  // where a connection's number is asked for
+
   /// One image that a client sent, and by which connection: they count from 1.
   struct Received {
     int connection;
     WireImage image;
   };
 
-  /// Listens on a path, whose stale socket file is removed.
-  explicit StandInAgent(std::string socketPath);
-  /// Listens on a free port of 127.0.0.1.
-  StandInAgent();
+  /// Listens on a path, whose stale socket file is removed, or without one on a free port of 127.0.0.1.
+  explicit StandInAgent(std::string socketPath = {});
   ~StandInAgent();
   StandInAgent(const StandInAgent&) = delete;
   StandInAgent& operator=(const StandInAgent&) = delete;
@@ -58,9 +58,9 @@ class StandInAgent {
   /// What was wrong with the bytes of a client, empty when nothing was. Such a connection is ended.
   [[nodiscard]] std::string fault() const;
 
-  /// Sends to the newest connection; false when there is none or it broke.
-  bool send(const WireImage& image);
-  bool sendBytes(std::string_view bytes);
+  /// Sends to one connection, or to the newest; false when there is none or it broke.
+  bool send(const WireImage& image, int connection = kNewest);
+  bool sendBytes(std::string_view bytes, int connection = kNewest);
   /// One byte at a time, each after the client's side has taken the one before.
   bool sendByteByByte(std::string_view bytes);
 
@@ -87,7 +87,7 @@ class StandInAgent {
   void handle(Connection& connection, WireImage image);
   void reject(const Connection& connection);
   void forget(const Connection& connection);
-  [[nodiscard]] ConnectionPtr newest() const;
+  [[nodiscard]] ConnectionPtr find(int number) const;
   template <class Condition>
   bool waitUntilHolds(Condition condition) const;
 
