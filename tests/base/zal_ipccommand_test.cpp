@@ -52,7 +52,7 @@ std::string encoded(const List& list) {
   void* buffer = nullptr;
   std::uint32_t size = 0;
   ZAL_IpcCommand_GetBuffer(list.get(), &buffer, &size);
-  const std::string image{static_cast<const char*>(buffer), size};
+  std::string image{static_cast<const char*>(buffer), size};
   std::free(buffer);
   return image;
 }

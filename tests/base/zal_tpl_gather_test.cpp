@@ -18,7 +18,7 @@ using testing::ElementsAre;
 /// One byte stream and what came out of it.
 class TplGather : public testing::Test {
  protected:
-  ~TplGather() override {
+  void TearDown() override {
     EXPECT_EQ(state_, nullptr);
     EXPECT_EQ(hook_.blocks(), 0U);
   }
@@ -100,7 +100,8 @@ TEST_F(TplGather, DropsAStreamThatIsBrokenTooLongOrUnwanted) {
 class TplGatherDescriptor : public TplGather {
  protected:
   void SetUp() override { ASSERT_EQ(pipe2(ends_, O_CLOEXEC), 0); }
-  ~TplGatherDescriptor() override {
+  void TearDown() override {
+    TplGather::TearDown();
     close(ends_[0]);
     hangUp();
   }

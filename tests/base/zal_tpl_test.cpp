@@ -31,7 +31,7 @@ std::string imageOf(const std::string& format, char flags, const std::string& da
 /// Every test leaves the engine without a block.
 class TplMap : public testing::Test {
  protected:
-  ~TplMap() override { EXPECT_EQ(hook_.blocks(), 0U); }
+  void TearDown() override { EXPECT_EQ(hook_.blocks(), 0U); }
 
   EngineHook hook_;
 };
