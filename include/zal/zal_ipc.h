@@ -167,8 +167,8 @@ ZAL_EXPORT void ZAL_IPC_CloseClient(ZAL_IpcClientContext client) ZAL_NOEXCEPT;
 ZAL_EXPORT void ZAL_IPC_DisconnectServer(ZAL_IpcHandle ipc) ZAL_NOEXCEPT;
 
 /**
- * Closes the listener, and with it removes its socket file. Accepted connections stay; a handle that does not listen
- * is left alone.
+ * Closes the listener, and removes its socket file when the close completes: listening on the same path again before
+ * that would lose the new file. Accepted connections stay; a handle that does not listen is left alone.
  *
  * Threads: any thread.
  */

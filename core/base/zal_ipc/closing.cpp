@@ -37,16 +37,17 @@ void destroy(Stream& stream) noexcept {
 /// The common end of the close callbacks.
 void finishClose(Stream& stream, const char* function) noexcept {
   ZAL_IpcHandle_& ipc = *stream.ipc;
+  int pending = 0;
   bool isLastOfAbandoned = false;
   {
     const LockGuard hold{ipc.lock};
     dropWaitingWritesLocked(ipc, &stream.uv.stream);
     unlistLocked(ipc, stream);
     isLastOfAbandoned = ipc.abandoned && ipc.streams == nullptr;
+    pending = --ipc.closePending;
   }
+  // ZAL_IPC_UnInit waits for the count and takes the lock, and then frees the handle, which is not touched any more.
   destroy(stream);
-  // ZAL_IPC_UnInit waits for this count and then frees the handle, which is not touched any more.
-  const int pending = --ipc.closePending;
   ZAL_LOG_AS(ZAL_LOG_TRACE, function, "%s: ipcCtx->closePending=%d\n", function, pending);
   if (isLastOfAbandoned) delete &ipc;
 }
