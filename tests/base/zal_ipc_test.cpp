@@ -1,215 +1,29 @@
 // The transport between real sockets: a server and a client, each on the thread of a loop of its own, and raw peers
 // that send what no client would.
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <sys/un.h>
-#include <unistd.h>
 #include <zal/zal_ipc.h>
 #include <zal/zal_log.h>
 
-#include <algorithm>
 #include <array>
-#include <atomic>
-#include <cstring>
-#include <functional>
-#include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "base/zal_ipc/ipc.hpp"
+#include "tests/support/ipc_side.hpp"
 #include "tests/support/log_capture.hpp"
 #include "tests/support/temp_dir.hpp"
-#include "tests/support/wait.hpp"
-#include "tests/support/wire_image.hpp"
 
 namespace {
 
+using zal::test::imageOf;
 using zal::test::LogCapture;
+using zal::test::RawPeer;
+using zal::test::Side;
 using zal::test::TempDir;
 using zal::test::waitUntil;
-
-/// An image of one record; the number travels as its request id.
-std::string imageOf(const std::string& payload, int number = 0) {
-  return zal::test::encodeImage({{1, "service", "name", "", payload, number}});
-}
-
-void* heapCopy(const std::string& bytes) {
-  return std::memcpy(std::malloc(bytes.size()), bytes.data(), bytes.size());
-}
-
-/// One handle on a running loop. The destructor takes it down in the order of the client runtime.
-class Side {
- public:
-  Side() {
-    ZAL_IPC_AddMessageCallback(ipc, onMessage, this);
-    ZAL_IPC_AddServerConnectCallback(
-        ipc, [](void* self) { ++of(self).connects; }, this);
-    ZAL_IPC_AddServerDisconnectCallback(
-        ipc, [](void* self) { ++of(self).disconnects; }, this);
-    ZAL_IPC_AddClientConnectCallback(ipc, onClient, this);
-    ZAL_IPC_AddClientDisconnectCallback(ipc, onClientGone, this);
-    ZAL_EventLoop_Run(loop);
-  }
-  ~Side() {
-    ZAL_IPC_DisconnectServer(ipc);
-    for (ZAL_IpcClientContext client : clients()) close(client);
-    ZAL_IPC_ServerShutdown(ipc);
-    release(true);
-  }
-  Side(const Side&) = delete;
-  Side& operator=(const Side&) = delete;
-
-  /// Ends loop and handle, in one of the two orders, with whatever is still open.
-  void release(bool destroyFirst) {
-    const ZAL_EventLoopContext oldLoop = std::exchange(loop, nullptr);
-    const ZAL_IpcHandle oldIpc = std::exchange(ipc, nullptr);
-    {
-      const std::lock_guard hold{lock_};
-      clients_.clear();
-    }
-    if (!destroyFirst) ZAL_IPC_UnInit(oldIpc);
-    if (oldLoop != nullptr) ZAL_EventLoop_Stop(oldLoop);
-    if (oldLoop != nullptr) ZAL_EventLoop_Destroy(oldLoop);
-    if (destroyFirst) ZAL_IPC_UnInit(oldIpc);
-  }
-
-  /// Runs `body` on the loop thread and waits for it. What has arrived at the loop's sockets before is read before.
-  void onLoop(const std::function<void()>& body) {
-    struct Job {
-      const std::function<void()>& body;
-      std::atomic<bool> isDone;
-    } job{body, false};
-    const auto run = [](uv_timer_t* timer) {
-      auto& self = *static_cast<Job*>(ZAL_EventLoop_GetTimerContext(timer));
-      self.body();
-      self.isDone = true;
-    };
-    uv_timer_t* const timer = ZAL_EventLoop_StartTimer(loop, run, 0, 0, &job);
-    EXPECT_TRUE(waitUntil([&] { return job.isDone.load(); }));
-    ZAL_EventLoop_StopTimer(loop, timer);
-  }
-  void settle() {
-    onLoop([] {});
-  }
-
-  int listen(const std::string& url) {
-    int result = 0;
-    onLoop([&] { result = ZAL_IPC_ServerCreate(ipc, url.c_str()); });
-    return result;
-  }
-  int connect(const std::string& url) {
-    int result = 0;
-    onLoop([&] { result = ZAL_IPC_ClientConnectServer(ipc, url.c_str()); });
-    return result;
-  }
-  bool connected(const std::string& url) {
-    const int before = connects;
-    return connect(url) == 1 && waitUntil([&] { return connects == before + 1; });
-  }
-  int write(const std::string& image) {
-    return ZAL_IPC_ClientWrite(ipc, heapCopy(image), static_cast<std::uint32_t>(image.size()));
-  }
-  void close(ZAL_IpcClientContext client) {
-    {
-      const std::lock_guard hold{lock_};
-      if (std::erase(clients_, client) == 0) return;
-    }
-    ZAL_IPC_CloseClient(client);
-  }
-  void writeTo(ZAL_IpcClientContext client, const std::string& image) {
-    ZAL_IPC_ServerWrite(ipc, client, heapCopy(image), static_cast<std::uint32_t>(image.size()));
-  }
-
-  std::vector<std::string> received() const {
-    const std::lock_guard hold{lock_};
-    return received_;
-  }
-  bool hasReceived(std::size_t count) const {
-    return waitUntil([&] {
-      const std::lock_guard hold{lock_};
-      return received_.size() >= count;
-    });
-  }
-  std::vector<ZAL_IpcClientContext> clients() const {
-    const std::lock_guard hold{lock_};
-    return clients_;
-  }
-  /// The newest accepted connection, when there are `count`.
-  ZAL_IpcClientContext client(std::size_t count) const {
-    EXPECT_TRUE(waitUntil([&] { return clients().size() == count; }));
-    return clients().back();
-  }
-
-  ZAL_EventLoopContext loop = ZAL_EventLoop_Create(0, "ipc-test");
-  ZAL_IpcHandle ipc = ZAL_IPC_Init(loop);
-  std::atomic<int> connects{0};
-  std::atomic<int> disconnects{0};
-  std::atomic<int> clientsGone{0};
-  std::function<void(const std::string&, void* source)> onImage;  // on the loop thread; set before anything arrives
-
- private:
-  static Side& of(void* self) { return *static_cast<Side*>(self); }
-  static void onMessage(void* image, uint32_t length, void* self, void* source) {
-    const std::string copy{static_cast<const char*>(image), length};
-    if (of(self).onImage) of(self).onImage(copy, source);
-    const std::lock_guard hold{of(self).lock_};
-    of(self).received_.push_back(copy);
-  }
-  static void onClient(ZAL_IpcClientContext client, void* self) {
-    const std::lock_guard hold{of(self).lock_};
-    of(self).clients_.push_back(client);
-  }
-  static void onClientGone(ZAL_IpcClientContext client, void* self) {
-    of(self).close(client);
-    ++of(self).clientsGone;
-  }
-
-  mutable std::mutex lock_;
-  std::vector<std::string> received_;
-  std::vector<ZAL_IpcClientContext> clients_;
-};
-
-/// A peer that speaks bytes.
-class RawPeer {
- public:
-  explicit RawPeer(const std::string& path) : socket_{::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)} {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    EXPECT_EQ(::connect(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-  }
-  ~RawPeer() { ::close(socket_); }
-  RawPeer(const RawPeer&) = delete;
-  RawPeer& operator=(const RawPeer&) = delete;
-
-  void send(const std::string& bytes) const {
-    EXPECT_EQ(::send(socket_, bytes.data(), bytes.size(), 0), static_cast<ssize_t>(bytes.size()));
-  }
-  std::string receive(std::size_t size) const {
-    std::string bytes(size, '\0');
-    const ssize_t count = ::recv(socket_, bytes.data(), size, MSG_WAITALL);
-    bytes.resize(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
-    return bytes;
-  }
-
- private:
-  int socket_;
-};
-
-/// A port that was free a moment ago.
-int freePort() {
-  const int probe = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t size = sizeof address;
-  EXPECT_EQ(::bind(probe, reinterpret_cast<const sockaddr*>(&address), size), 0);
-  EXPECT_EQ(::getsockname(probe, reinterpret_cast<sockaddr*>(&address), &size), 0);
-  ::close(probe);
-  return ntohs(address.sin_port);
-}
 
 /// Where the two sides meet. Members that outlive the sides come first.
 class IpcTransport : public ::testing::Test {
@@ -238,7 +52,7 @@ class LoopbackPair : public IpcTransport {
 class BothTransports : public LoopbackPair, public ::testing::WithParamInterface<const char*> {
  protected:
   void SetUp() override {
-    if (GetParam() == std::string{"tcp"}) url_ = "tcp://127.0.0.1:" + std::to_string(freePort());
+    if (GetParam() == std::string{"tcp"}) url_ = "tcp://127.0.0.1:" + std::to_string(zal::test::freePort());
     join();
   }
 };
@@ -257,12 +71,13 @@ TEST_P(BothTransports, CarriesImagesOfFourThreadsBothWaysWholeAndInOrder) {
   };
 
   std::vector<std::thread> writers;
+  writers.reserve(kThreads);
   for (int thread = 0; thread < kThreads; ++thread)
     writers.emplace_back([&, thread] {
       for (int number = 0; number < kImages; ++number) EXPECT_EQ(client_.write(imageNumber(thread, number)), 1);
     });
   for (std::thread& writer : writers) writer.join();
-  ASSERT_TRUE(client_.hasReceived(kThreads * kImages));
+  ASSERT_TRUE(client_.hasReceived(std::size_t{kThreads} * kImages));
 
   for (const Side* side : {&server_, &client_}) {
     std::array<int, kThreads> next{};
@@ -342,10 +157,10 @@ TEST_F(LoopbackPair, ClosingAClientDropsItsWritesAndKeepsTheOthers) {
   for (int i = 0; i < 3; ++i)
     for (const ZAL_IpcClientContext client : {leaving, reader, leaving}) server_.writeTo(client, imageOf("small"));
 
-  for (const ZAL_IpcClientContext client : {leaving, stuck}) {
-    server_.close(client);
-    server_.settle();
-  }
+  server_.close(leaving);
+  server_.settle();
+  EXPECT_EQ(server_.queuedWrites(), 3 + 3) << "those of the stuck client and of the reader";
+  server_.close(stuck);
   ASSERT_TRUE(client_.hasReceived(3));
   server_.writeTo(stuck, imageOf("refused"));
   EXPECT_EQ(log_.count("write_cleanup: req="), 1)
@@ -382,6 +197,16 @@ TEST_F(LoopbackPair, KeepsAConnectionApartFromTheOneThatTheMessageCallbackCloses
   EXPECT_EQ(server_.clientsGone, 1) << "told at the end of the stream, and not again at its close";
 }
 
+TEST_F(LoopbackPair, ReportsNoLossOfAConnectionThatTheClientGaveUp) {
+  client_.onLoop([&] {
+    server_.close(server_.client(1));  // the end of the stream waits at the client when it disconnects
+    EXPECT_TRUE(waitUntil([&] { return log_.contains("onCloseServerSide: ipcCtx->closePending=0"); }));
+    ZAL_IPC_DisconnectServer(client_.ipc);
+  });
+  ASSERT_TRUE(waitUntil([&] { return log_.contains("onCloseClientSide: ipcCtx->closePending=0"); }));
+  EXPECT_EQ(client_.disconnects, 0);
+}
+
 TEST_F(LoopbackPair, WakesTheHandleThatIsBoundToTheLoopNow) {
   Side other;
   ZAL_IPC_UnInit(std::exchange(other.ipc, nullptr));
@@ -396,8 +221,8 @@ TEST_F(LoopbackPair, WakesTheHandleThatIsBoundToTheLoopNow) {
 TEST_F(IpcTransport, RefusesAndFreesWritesThatCannotLeave) {
   Side side;
   EXPECT_EQ(side.write(imageOf("not connected")), 0);
-  EXPECT_EQ(ZAL_IPC_ClientWrite(nullptr, heapCopy("x"), 1), 0);
-  EXPECT_EQ(ZAL_IPC_ClientWrite(side.ipc, heapCopy("x"), 0), 0);
+  EXPECT_EQ(ZAL_IPC_ClientWrite(nullptr, zal::test::heapCopy("x"), 1), 0);
+  EXPECT_EQ(ZAL_IPC_ClientWrite(side.ipc, zal::test::heapCopy("x"), 0), 0);
   side.writeTo(nullptr, imageOf("to nobody"));
 }
 
@@ -464,10 +289,10 @@ TEST_F(IpcTransport, RejectsUrlsThatLeadNowhere) {
   for (const BadUrl& bad : urls) {
     SCOPED_TRACE(bad.url == nullptr ? "null" : bad.url);
     const int before = log_.count(std::string{"ZAL_IPC_ClientConnectServer(): "} + bad.client);
-    side.onLoop([&] { EXPECT_EQ(ZAL_IPC_ClientConnectServer(side.ipc, bad.url), 0); });
+    EXPECT_EQ(side.onLoop(ZAL_IPC_ClientConnectServer, bad.url), 0);
     EXPECT_EQ(log_.count(std::string{"ZAL_IPC_ClientConnectServer(): "} + bad.client), before + 1);
     if (bad.server == nullptr) continue;
-    side.onLoop([&] { EXPECT_EQ(ZAL_IPC_ServerCreate(side.ipc, bad.url), 0); });
+    EXPECT_EQ(side.onLoop(ZAL_IPC_ServerCreate, bad.url), 0);
     EXPECT_TRUE(log_.contains(std::string{"ZAL_IPC_ServerCreate(): "} + bad.server));
   }
   EXPECT_EQ(side.disconnects, 0);

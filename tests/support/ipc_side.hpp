@@ -1,0 +1,210 @@
+// What tests of the transport stand on: one side of it on a loop of its own, and a raw peer that sends what no client
+// would. The library's handle is used from the test's thread and seen from the loop's; all here is safe for both.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+#include <zal/zal_ipc.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/zal_ipc/ipc.hpp"
+#include "tests/support/wait.hpp"
+#include "tests/support/wire_image.hpp"
+
+namespace zal::test {
+
+/// An image of one record; the number travels as its request id.
+inline std::string imageOf(const std::string& payload, int number = 0) {
+  return encodeImage({{1, "service", "name", "", payload, number}});
+}
+
+inline void* heapCopy(const std::string& bytes) {
+  return std::memcpy(std::malloc(bytes.size()), bytes.data(), bytes.size());
+}
+
+/// One handle on a running loop. The destructor takes it down in the order of the client runtime.
+class Side {
+ public:
+  Side() {
+    ZAL_IPC_AddMessageCallback(ipc, onMessage, this);
+    ZAL_IPC_AddServerConnectCallback(
+        ipc, [](void* self) { ++of(self).connects; }, this);
+    ZAL_IPC_AddServerDisconnectCallback(
+        ipc, [](void* self) { ++of(self).disconnects; }, this);
+    ZAL_IPC_AddClientConnectCallback(ipc, onClient, this);
+    ZAL_IPC_AddClientDisconnectCallback(ipc, onClientGone, this);
+    ZAL_EventLoop_Run(loop);
+  }
+  ~Side() {
+    ZAL_IPC_DisconnectServer(ipc);
+    for (ZAL_IpcClientContext client : clients()) close(client);
+    ZAL_IPC_ServerShutdown(ipc);
+    release(true);
+  }
+  Side(const Side&) = delete;
+  Side& operator=(const Side&) = delete;
+
+  /// Ends loop and handle, in one of the two orders, with whatever is still open.
+  void release(bool destroyFirst) {
+    const ZAL_EventLoopContext oldLoop = std::exchange(loop, nullptr);
+    const ZAL_IpcHandle oldIpc = std::exchange(ipc, nullptr);
+    if (!destroyFirst) ZAL_IPC_UnInit(oldIpc);
+    if (oldLoop != nullptr) ZAL_EventLoop_Destroy(oldLoop);  // stops it first
+    if (destroyFirst) ZAL_IPC_UnInit(oldIpc);
+    clients_.clear();  // no other thread is left
+  }
+
+  /// Runs `body` on the loop thread and waits for it. What has arrived at the loop's sockets before is read before.
+  void onLoop(const std::function<void()>& body) {
+    struct Job {
+      const std::function<void()>& body;
+      std::atomic<bool> isDone;
+    } job{body, false};
+    const auto run = [](uv_timer_t* timer) {
+      auto& self = *static_cast<Job*>(ZAL_EventLoop_GetTimerContext(timer));
+      self.body();
+      self.isDone = true;
+    };
+    // After a millisecond's rest, so that the loop sees what happens in `body` in the order in which it happens.
+    uv_timer_t* const timer = ZAL_EventLoop_StartTimer(loop, run, 1, 0, &job);
+    EXPECT_TRUE(waitUntil([&] { return job.isDone.load(); }));
+    ZAL_EventLoop_StopTimer(loop, timer);
+  }
+  void settle() {
+    onLoop([] {});
+  }
+
+  int listen(const std::string& url) { return onLoop(ZAL_IPC_ServerCreate, url.c_str()); }
+  int connect(const std::string& url) { return onLoop(ZAL_IPC_ClientConnectServer, url.c_str()); }
+  int onLoop(int (*open)(ZAL_IpcHandle, const char*), const char* url) {
+    int result = -1;
+    onLoop([&] { result = open(ipc, url); });
+    return result;
+  }
+  bool connected(const std::string& url) {
+    const int before = connects;
+    return connect(url) == 1 && waitUntil([&] { return connects == before + 1; });
+  }
+  int write(const std::string& image) {
+    return ZAL_IPC_ClientWrite(ipc, heapCopy(image), static_cast<std::uint32_t>(image.size()));
+  }
+  void close(ZAL_IpcClientContext client) {
+    {
+      const std::lock_guard hold{lock_};
+      if (std::erase(clients_, client) == 0) return;
+    }
+    ZAL_IPC_CloseClient(client);
+  }
+  void writeTo(ZAL_IpcClientContext client, const std::string& image) {
+    ZAL_IPC_ServerWrite(ipc, client, heapCopy(image), static_cast<std::uint32_t>(image.size()));
+  }
+
+  int queuedWrites() const {
+    const zal::LockGuard hold{ipc->lock};
+    int count = 0;
+    for (const ZAL_IpcWriteEntry* entry = ipc->writeQueue; entry != nullptr; entry = entry->next) ++count;
+    return count;
+  }
+
+  std::vector<std::string> received() const {
+    const std::lock_guard hold{lock_};
+    return received_;
+  }
+  bool hasReceived(std::size_t count) const {
+    return waitUntil([&] {
+      const std::lock_guard hold{lock_};
+      return received_.size() >= count;
+    });
+  }
+  std::vector<ZAL_IpcClientContext> clients() const {
+    const std::lock_guard hold{lock_};
+    return clients_;
+  }
+  /// The newest accepted connection, when there are `count`.
+  ZAL_IpcClientContext client(std::size_t count) const {
+    EXPECT_TRUE(waitUntil([&] { return clients().size() == count; }));
+    return clients().back();
+  }
+
+  ZAL_EventLoopContext loop = ZAL_EventLoop_Create(0, "ipc-test");
+  ZAL_IpcHandle ipc = ZAL_IPC_Init(loop);
+  std::atomic<int> connects{0};
+  std::atomic<int> disconnects{0};
+  std::atomic<int> clientsGone{0};
+  std::function<void(const std::string&, void* source)> onImage;  // on the loop thread; set before anything arrives
+
+ private:
+  static Side& of(void* self) { return *static_cast<Side*>(self); }
+  static void onMessage(void* image, uint32_t length, void* self, void* source) {
+    const std::string copy{static_cast<const char*>(image), length};
+    if (of(self).onImage) of(self).onImage(copy, source);
+    const std::lock_guard hold{of(self).lock_};
+    of(self).received_.push_back(copy);
+  }
+  static void onClient(ZAL_IpcClientContext client, void* self) {
+    const std::lock_guard hold{of(self).lock_};
+    of(self).clients_.push_back(client);
+  }
+  static void onClientGone(ZAL_IpcClientContext client, void* self) {
+    of(self).close(client);
+    ++of(self).clientsGone;
+  }
+
+  mutable std::mutex lock_;
+  std::vector<std::string> received_;
+  std::vector<ZAL_IpcClientContext> clients_;
+};
+
+/// A peer that speaks bytes.
+class RawPeer {
+ public:
+  explicit RawPeer(const std::string& path) : socket_{::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)} {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    EXPECT_EQ(::connect(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  }
+  ~RawPeer() { ::close(socket_); }
+  RawPeer(const RawPeer&) = delete;
+  RawPeer& operator=(const RawPeer&) = delete;
+
+  void send(const std::string& bytes) const {
+    EXPECT_EQ(::send(socket_, bytes.data(), bytes.size(), 0), static_cast<ssize_t>(bytes.size()));
+  }
+  std::string receive(std::size_t size) const {
+    std::string bytes(size, '\0');
+    const ssize_t count = ::recv(socket_, bytes.data(), size, MSG_WAITALL);
+    bytes.resize(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+    return bytes;
+  }
+
+ private:
+  int socket_;
+};
+
+/// A port that was free a moment ago.
+inline int freePort() {
+  const int probe = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof address;
+  EXPECT_EQ(::bind(probe, reinterpret_cast<const sockaddr*>(&address), size), 0);
+  EXPECT_EQ(::getsockname(probe, reinterpret_cast<sockaddr*>(&address), &size), 0);
+  ::close(probe);
+  return ntohs(address.sin_port);
+}
+
+}  // namespace zal::test
