@@ -33,7 +33,7 @@ class TplGather : public testing::Test {
     self->addresses_.push_back(image);
     return self->answer_;
   }
-  static std::string imageOf(std::string text) {
+  static std::string imageOf(const std::string& text) {
     const char* address = text.c_str();
     return jot("s", &address);
   }
