@@ -1,9 +1,9 @@
-# Compares what the shared library exports with the checked-in list.
+# Compares what the shared library exports with the checked-in list: the names of its version script.
 #
-#   cmake -D NM=<nm> -D LIBRARY=<file> -D LIST=<file> -P exported_symbols.cmake
+#   cmake -D NM=<nm> -D LIBRARY=<file> -D LIST=<version script> -P exported_symbols.cmake
 #
-# Every symbol belongs to the version node ZAL_1.0; one of another node, or of none, shows up as unexpected. After an
-# intended change, the list and the version script are edited together.
+# Every symbol belongs to the version node ZAL_1.0; one of another node, or of none, shows up as unexpected, and a name of
+# the script that the library does not define as missing.
 execute_process(COMMAND ${NM} -D --defined-only ${LIBRARY} OUTPUT_VARIABLE output COMMAND_ERROR_IS_FATAL ANY)
 string(REGEX MATCHALL "[^\n]+" lines "${output}")
 foreach(line IN LISTS lines)
@@ -18,7 +18,8 @@ foreach(line IN LISTS lines)
   list(APPEND exported "${name}")
 endforeach()
 
-file(STRINGS ${LIST} expected REGEX "^[^#]")
+file(STRINGS ${LIST} expected REGEX "^    [A-Za-z0-9_]+;$")
+list(TRANSFORM expected REPLACE "[ ;]" "")
 set(unexpected ${exported})
 list(REMOVE_ITEM unexpected ${expected})
 set(missing ${expected})
