@@ -36,20 +36,16 @@ TEST(UriParser, SplitsThePathAlsoAroundEmptySegments) {
   } cases[] = {
       {"svc/method/x?a=1", "svc", "svc/method/x", "method/x?a=1"},
       {"svc?a=1#f", "svc", "svc", "?a=1#f"},
-      {"svc#f", "svc", "svc", ""},
       {"svc/x#f", "svc", "svc/x", "x#f"},
       {"a/b/", "a", "a/b/", "b/"},
-      {"svc/", "svc", "svc/", ""},
       {"svc/?x=1", "svc", "svc/", "?x=1"},
       {"svc//x", "svc", "svc//x", "/x"},
-      {"/a/b", "a", "a/b", "b"},
       {"//host//x", "", "/x", "x"},
       {"file:///tmp/zalIPC.sock", "tmp", "tmp/zalIPC.sock", "zalIPC.sock"},
       {"tcp://127.0.0.1:5000", "", "", ""},
       {"tcp://host/?x=1", "", "", "?x=1"},
       {"urn:a/b?c", "a", "a/b", "b?c"},
       {"/?x=1", "", "", ""},
-      {"", "", "", ""},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.uri);
