@@ -3,6 +3,7 @@
 #include <zal/zal_object.h>
 
 #include <functional>
+#include <iterator>
 #include <limits>
 #include <vector>
 
@@ -89,14 +90,14 @@ TEST(ArrayCut, KeepsTheRunInPlaceAndInACopy) {
 TEST(ArrayCut, TakesTheNodesFromTheHandlesOfDeletedElements) {
   const HandlePtr top{ZAL_Object_Create()};
   ZAL_ObjectHandle list = ZAL_Object_AddArray(top.get(), "list");
-  std::vector<ZAL_ObjectHandle> elements;
-  for (int i = 0; i < 4; ++i) elements.push_back(ZAL_Object_AddArray(ZAL_Array_AddObject(list), "inner"));
+  ZAL_ObjectHandle elements[4];
+  for (ZAL_ObjectHandle& element : elements) element = ZAL_Object_AddArray(ZAL_Array_AddObject(list), "inner");
 
   EXPECT_EQ(ZAL_Array_Prune(list, 1, -1), 1);
   const HandlePtr view{ZAL_Object_GetArray(top.get(), "list")};
   EXPECT_EQ(ZAL_Array_Prune(view.get(), 0, 2), 1);
 
-  for (std::size_t i = 0; i < elements.size(); ++i) {
+  for (std::size_t i = 0; i < std::size(elements); ++i) {
     const int isAlive = i == 1 || i == 2 ? 1 : 0;
     EXPECT_EQ(ZAL_Array_AddInt32(elements[i], static_cast<std::int32_t>(i)), isAlive) << i;
   }

@@ -17,9 +17,10 @@ constexpr const char* kList = R"({"list":[0,1,2,3,4,5,6,7,8,9]})";
 
 // A message that is destroyed with the test, as the dispatcher destroys it.
 class Message : public ::testing::Test {
- protected:
+ public:
   ~Message() override { ZAL_Message_Destroy(message_); }
 
+ protected:
   [[nodiscard]] std::string print() const { return take(ZAL_Message_DumpOutput(message_)); }
   void setData(const std::string& json) const { ZAL_Message_SetData(message_, parse(json).release()); }
   [[nodiscard]] std::string data() const { return textOf(ZAL_Message_GetData(message_)); }

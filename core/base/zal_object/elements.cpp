@@ -24,7 +24,8 @@ const cJSON* findArray(ZAL_ObjectHandle handle, bool hasResult, const char* noAr
 /// Stores what `read` finds in the element, if there is one and it finds something.
 template <class Value, class Read>
 int get(ZAL_ObjectHandle handle, int32_t index, Value* result, const char* function, Read read) noexcept {
-  const cJSON* element = cJSON_GetArrayItem(findArray(handle, result != nullptr, kNotAnArray, function), index);
+  const cJSON* array = findArray(handle, result != nullptr, kNotAnArray, function);
+  const cJSON* element = array == nullptr ? nullptr : cJSON_GetArrayItem(array, index);
   if (element == nullptr) return 0;
   const auto value = read(*element);
   if (!value) return 0;
