@@ -45,9 +45,8 @@ struct gateway {
 
 /*
  * The data of a request message is the whole document that the sender wrote. Senders wrap their own data in an
- * envelope,
- * {"timestamp":..., "data":...}, so members are found below "data". A path has its steps separated by ":". A request
- * may come without any document; then there is no data at all.
+ * envelope, {"timestamp":..., "data":...}, so members are found below "data". A path has its steps separated by ":". A
+ * request may come without any document; then there is no data at all.
  */
 static const char* requestText(ZAL_MessageHandle request, const char* path) {
   ZAL_ObjectHandle data = ZAL_Message_GetData(request);
