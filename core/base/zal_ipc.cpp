@@ -6,14 +6,15 @@
 
 #include <memory>
 #include <new>
-#include <type_traits>
 #include <utility>
 
 #include "support/log.hpp"
+#include "support/uri.hpp"
 #include "zal_ipc/ipc.hpp"
 
 using zal::CPtr;
 using zal::LockGuard;
+using zal::UriPtr;
 using zal::ipc::Stream;
 
 namespace {
@@ -22,11 +23,6 @@ constexpr int kFailure = 0;
 constexpr int kSuccess = 1;
 constexpr int kCloseWaits = 10;
 constexpr unsigned int kCloseWaitMs = 500;
-
-struct UriDestroy {
-  void operator()(ZAL_UriParserHandle uri) const noexcept { ZAL_UriParser_Destroy(uri); }
-};
-using UriPtr = std::unique_ptr<std::remove_pointer_t<ZAL_UriParserHandle>, UriDestroy>;
 
 bool hasListener(ZAL_IpcHandle_& ipc) noexcept {
   const LockGuard hold{ipc.lock};

@@ -11,6 +11,7 @@
 #include "support/boundary.hpp"
 #include "support/log.hpp"
 #include "support/memory.hpp"
+#include "support/uri.hpp"
 
 namespace zal {
 
@@ -19,11 +20,6 @@ namespace {
 constexpr unsigned kDropPauseMs = 500;
 constexpr std::size_t kMethodNameSize = 128;
 constexpr std::size_t kFilterSize = 2048;
-
-struct UriDestroy {
-  void operator()(ZAL_UriParserHandle uri) const noexcept { ZAL_UriParser_Destroy(uri); }
-};
-using UriPtr = std::unique_ptr<std::remove_pointer_t<ZAL_UriParserHandle>, UriDestroy>;
 
 void storePayload(ZAL_ClientHandle_& client, const ZAL_IpcCommand& command) noexcept {
   // A text that is no JSON leaves the stored document as it is.

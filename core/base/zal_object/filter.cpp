@@ -9,10 +9,10 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 #include <string_view>
 
 #include "support/log.hpp"
+#include "support/uri.hpp"
 
 namespace zal::object {
 
@@ -109,11 +109,6 @@ void reportUnreadable() noexcept {
                kReportedLine);
   ZAL_LOG_AS(ZAL_LOG_DEBUG, "filterTest", "%s() error!\n", "filterTest");
 }
-
-struct UriDestroy {
-  void operator()(ZAL_UriParserHandle uri) const noexcept { ZAL_UriParser_Destroy(uri); }
-};
-using UriPtr = std::unique_ptr<std::remove_pointer_t<ZAL_UriParserHandle>, UriDestroy>;
 
 }  // namespace
 
