@@ -7,7 +7,6 @@
 #include <new>
 #include <optional>
 #include <tuple>
-#include <vector>
 
 #include "tests/support/data_model.hpp"
 #include "tests/support/log_capture.hpp"
@@ -41,9 +40,9 @@ namespace {
 
 using namespace zal::test;
 using ::testing::HasSubstr;
+using ::testing::MatchesRegex;
 
 constexpr std::int64_t kMax64 = std::numeric_limits<std::int64_t>::max();
-constexpr std::int64_t kMin64 = std::numeric_limits<std::int64_t>::min();
 constexpr std::int32_t kMax32 = std::numeric_limits<std::int32_t>::max();
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
@@ -54,135 +53,53 @@ std::optional<Value> read(ZAL_ObjectHandle handle, const char* path,
   return getter(handle, path, &value) == 1 ? std::optional{value} : std::nullopt;
 }
 
-TEST(ObjectMembers, PrintAsTheyWereAdded) {
+TEST(ObjectMembers, PrintAsTheyWereAddedAndDoublesIn17Characters) {
   const HandlePtr top{ZAL_Object_Create()};
   ZAL_ObjectHandle object = top.get();
-  ZAL_ObjectHandle list = ZAL_Object_AddArray(object, "list");
-
-  for (const int added : {ZAL_Object_AddString(object, "s", "a\"b"), ZAL_Object_AddInt32(object, "i", -5),
-                          ZAL_Object_AddUint32(object, "u", 4294967295U),
-                          ZAL_Object_AddInt64(object, "q", -(1LL << 40)), ZAL_Object_AddUint64(object, "w", 1ULL << 40),
-                          ZAL_Object_AddBool(object, "b", 7), ZAL_Object_AddNull(object, "z"),
-                          ZAL_Object_AddBlob(object, "e", nullptr, 0), ZAL_Object_AddBlob(object, "o", "\0", 1),
-                          ZAL_Object_AddDouble(list, nullptr, 0.5), ZAL_Object_AddInt32(list, nullptr, 1),
-                          ZAL_Object_AddBool(list, nullptr, 0), ZAL_Object_AddDouble(list, "key", 0.5)})
-    EXPECT_NE(added, 0);
+  for (const int added : {ZAL_Object_AddString(object, "s", "a\"b"), ZAL_Object_AddUint32(object, "u", 4294967295U),
+                          ZAL_Object_AddInt64(object, "q", -(1LL << 40)), ZAL_Object_AddBool(object, "b", 7),
+                          ZAL_Object_AddNull(object, "z"), ZAL_Object_AddBlob(object, "o", "\0", 1)})
+    EXPECT_EQ(added, 1);
   for (const int refused : {ZAL_Object_AddString(object, "x", nullptr), ZAL_Object_AddInt32(object, nullptr, 1),
-                            ZAL_Object_AddNull(list, nullptr), ZAL_Object_AddBlob(object, "x", nullptr, 3),
-                            ZAL_Object_AddInt32(nullptr, "x", 1)})
+                            ZAL_Object_AddBlob(object, "x", nullptr, 3), ZAL_Object_AddInt32(nullptr, "x", 1)})
     EXPECT_EQ(refused, 0);
+  ZAL_ObjectHandle list = ZAL_Object_AddArray(object, "d");
+  for (const double value : {3.14159265, -1e20, std::numeric_limits<double>::max(), kInfinity, std::nan("")})
+    EXPECT_EQ(ZAL_Object_AddDouble(list, nullptr, value), 1);
 
-  EXPECT_EQ(textOf(object), R"({"list":[0.500000,1,false,0.5],"s":"a\"b","i":-5,"u":4294967295,"q":-1099511627776,)"
-                            R"("w":1099511627776,"b":true,"z":null,"e":"","o":"AA=="})");
-  EXPECT_EQ(ZAL_Object_AddInt64(object, "beyond", (1LL << 53) + 1), 1);
-  EXPECT_EQ(read(object, "beyond", ZAL_Object_GetInt64), 1LL << 53);
-}
-
-TEST(ObjectMembers, PrintDoublesWithSixDecimalsIn17Characters) {
-  for (const auto& [value, text] :
-       std::vector<std::pair<double, std::string>>{{2.5, "2.500000"},
-                                                   {-1, "-1.000000"},
-                                                   {3.14159265, "3.141593"},
-                                                   {1e20, "10000000000000000"},
-                                                   {1234567890123456, "1234567890123456"},
-                                                   {-1e20, "-1000000000000000"},
-                                                   {std::numeric_limits<double>::max(), "17976931348623157"},
-                                                   {kInfinity, "null"},
-                                                   {std::nan(""), "null"}}) {
-    const HandlePtr object{ZAL_Object_Create()};
-    EXPECT_EQ(ZAL_Object_AddDouble(object.get(), "d", value), 1);
-    EXPECT_EQ(textOf(object.get()), R"({"d":)" + text + "}");
-  }
+  EXPECT_EQ(textOf(object), R"({"s":"a\"b","u":4294967295,"q":-1099511627776,"b":true,"z":null,"o":"AA==",)"
+                            R"("d":[3.141593,-1000000000000000,17976931348623157,null,null]})");
 }
 
 TEST(ObjectGetters, ReadNumbersTextsAndBooleans) {
-  const HandlePtr top = parse(R"({"n":4294967297,"big":1e300,"edge":9223372036854775808,"low":-1e300,"neg":-7.9,
-      "inf":1e400,"long":"99999999999999999999","text":"12abc","d":" +2.5e1x","t":"truely","f":"false","b":true,
-      "z":null})");
+  const HandlePtr top = parse(R"({"n":4294967297,"edge":9223372036854775808,"inf":1e400,
+      "long":"99999999999999999999","d":" +2.5e1x","t":"truely"})");
   constexpr auto kNone = std::nullopt;
   using Row = std::tuple<const char*, std::optional<std::int64_t>, std::optional<std::int32_t>, std::optional<double>,
                          std::optional<std::uint8_t>>;
   for (const auto& [path, wide, narrow, real, truth] :
-       std::vector<Row>{{"n", 4294967297, 1, 4294967297.0, kNone},
-                        {"big", kMax64, -1, 1e300, kNone},
-                        {"edge", kMax64, -1, 9223372036854775808., kNone},
-                        {"low", kMin64, 0, -1e300, kNone},
-                        {"neg", -7, -7, -7.9, kNone},
-                        {"inf", kMax64, -1, kInfinity, kNone},
-                        {"long", kMax64, kMax32, 1e20, kNone},
-                        {"text", 12, 12, 12.0, kNone},
-                        {"d", 2, 2, 25.0, kNone},
-                        {"t", 0, 0, 0.0, 1},
-                        {"f", 0, 0, 0.0, 0},
-                        {"b", kNone, kNone, kNone, 1},
-                        {"z", kNone, kNone, kNone, kNone},
-                        {"missing", kNone, kNone, kNone, kNone}}) {
+       {Row{"n", 4294967297, 1, 4294967297.0, kNone}, Row{"edge", kMax64, -1, 9223372036854775808., kNone},
+        Row{"inf", kMax64, -1, kInfinity, kNone}, Row{"long", kMax64, kMax32, 1e20, kNone}, Row{"d", 2, 2, 25.0, kNone},
+        Row{"t", 0, 0, 0.0, 1}, Row{"missing", kNone, kNone, kNone, kNone}}) {
     EXPECT_EQ(read(top.get(), path, ZAL_Object_GetInt64), wide) << path;
     EXPECT_EQ(read(top.get(), path, ZAL_Object_GetInt32), narrow) << path;
     EXPECT_EQ(read(top.get(), path, ZAL_Object_GetDouble), real) << path;
     EXPECT_EQ(read(top.get(), path, ZAL_Object_GetBool), truth) << path;
   }
-  EXPECT_EQ(read(top.get(), "neg", ZAL_Object_GetUint64), static_cast<std::uint64_t>(-7));
-  EXPECT_EQ(read(top.get(), "neg", ZAL_Object_GetUint32), static_cast<std::uint32_t>(-7));
-  EXPECT_STREQ(ZAL_Object_GetString(top.get(), "text"), "12abc");
+  EXPECT_STREQ(ZAL_Object_GetString(top.get(), "t"), "truely");
   EXPECT_EQ(ZAL_Object_GetString(top.get(), "n"), nullptr);
 }
 
 TEST(ObjectPaths, LeadThroughMembersAndElements) {
   const HandlePtr top = parse(R"({"a":{"B":[1,[2],{"c":{"d":3}}],"x[":4},"ports":[5,6]})");
   const LogCapture log;
-  for (const auto& [path, value] :
-       std::vector<std::pair<const char*, std::optional<std::int32_t>>>{{"a:b[2]:c:d", 3},
-                                                                        {"::A::b[2]:c:d:", 3},
-                                                                        {"a:x[", 4},
-                                                                        {"ports[1]", 6},
-                                                                        {"ports[1]rest", 6},
-                                                                        {"ports[x]", 5},
-                                                                        {"ports[2]", {}},
-                                                                        {"ports[-1]", {}},
-                                                                        {"ports[4294967297]", {}},
-                                                                        {"a:b[1]:c", {}},
-                                                                        {"a:b:c", {}},
-                                                                        {":", {}}})
+  for (const char* path : {"ports[2]", "ports[-1]", "ports[4294967297]", "a:b[1]:c", "a:b:c", ":"})
+    EXPECT_EQ(read(top.get(), path, ZAL_Object_GetInt32), std::nullopt) << path;
+  for (const auto& [path, value] : {std::pair{"::A::b[2]:c:d:", 3}, {"a:x[", 4}, {"ports[1]rest", 6}, {"ports[x]", 5}})
     EXPECT_EQ(read(top.get(), path, ZAL_Object_GetInt32), value) << path;
   EXPECT_EQ(log.text(), "");
-
   EXPECT_EQ(read(top.get(), "a[1]:b", ZAL_Object_GetInt32), std::nullopt);
-  EXPECT_THAT(log.text(), HasSubstr("):getArrayObject(): a: is not an array\n"));
-  EXPECT_THAT(log.text(), HasSubstr("core/base/zal_object("));
-  const HandlePtr any{ZAL_Object_GetObject(top.get(), "ports[1]")};
-  const HandlePtr array{ZAL_Object_GetArray(top.get(), "a:b")};
-  const HandlePtr own{ZAL_Object_GetArray(array.get(), nullptr)};
-  EXPECT_EQ(textOf(any.get()) + textOf(own.get()), R"(6[1,[2],{"c":{"d":3}}])");
-  EXPECT_EQ(ZAL_Object_IsArray(own.get()), 0);
-  EXPECT_EQ(ZAL_Object_GetObject(top.get(), "::"), nullptr);
-}
-
-TEST(ObjectFailures, AreLoggedInTheNameOfTheFunction) {
-  const HandlePtr top = parse("{}");
-  const HandlePtr hollow{ZAL_Object_CreateFromcJSON(nullptr)};
-  std::int32_t value = 0;
-  const LogCapture log;
-
-  EXPECT_EQ(ZAL_Object_CreateFromJson("{", 1), nullptr);
-  EXPECT_EQ(ZAL_Object_GetInt32(hollow.get(), "n", &value) + ZAL_Object_GetDouble(top.get(), "n", nullptr), 0);
-  EXPECT_EQ(ZAL_Object_GetInt32(top.get(), "", &value), 0);
-  EXPECT_EQ(ZAL_Object_GetObject(nullptr, "n"), nullptr);
-  EXPECT_EQ(ZAL_Object_GetObject(top.get(), nullptr), nullptr);
-  EXPECT_EQ(ZAL_Object_GetArray(top.get(), nullptr), nullptr);
-  EXPECT_EQ(ZAL_Object_DumpOutput(nullptr), nullptr);
-  ZAL_Object_Destroy(nullptr);
-  ZAL_Object_AddSecureBlob(top.get(), "k", "", 0);
-
-  for (const char* line :
-       {"ZAL_Object_CreateFromJson(): Unable to create cJSON Object\n", "ZAL_Object_GetInt32(): Invalid handle\n",
-        "ZAL_Object_GetDouble(): Invalid handle\n", "ZAL_Object_GetInt32(): invalid key\n",
-        "ZAL_Object_GetObject(): invalid ZAL_ObjectHandle\n", "ZAL_Object_GetObject(): invalid key\n",
-        "ZAL_Object_GetArray(): requested item is not an array\n",
-        "ZAL_Object_DumpOutput(): Invalid input to ZAL_Object_DumpOutput\n",
-        "ZAL_Object_Destroy(): Invalid input to ZAL_Object_Destroy\n",
-        "ZAL_Object_AddSecureBlob(): \n Security not supported!!!\n"})
-    EXPECT_EQ(log.count(line), 1) << line;
+  EXPECT_THAT(log.text(), MatchesRegex(".*core/base/zal_object\\(.*\\):getArrayObject\\(\\): a: is not an array\n.*"));
 }
 
 TEST(ObjectTrees, TakeReadyMadeJsonWithoutItsEmptyParts) {
@@ -191,7 +108,6 @@ TEST(ObjectTrees, TakeReadyMadeJsonWithoutItsEmptyParts) {
   ZAL_Object_AddJson(top.get(), "kept", cJSON_Parse(R"({"a":{"b":[{},[]]},"c":[1,{}],"d":null})"));
   ZAL_Object_AddJson(top.get(), "gone", cJSON_CreateObject());
   ZAL_Object_AddJson(top.get(), nullptr, cJSON_CreateTrue());
-  ZAL_Object_AddJson(nullptr, "key", cJSON_CreateTrue());
   ZAL_Object_AddJson(top.get(), "key", ZAL_Object_GetInternal(top.get()));
   ZAL_Object_AddJson(top.get(), "lent", cJSON_CreateObjectReference(ZAL_Object_GetInternal(lent.get())->child));
 
@@ -210,42 +126,27 @@ TEST(ObjectTrees, MoveWithAllTheirHandles) {
 
   EXPECT_EQ(ZAL_Object_AddInt32(full, "late", 2) + ZAL_Object_AddInt32(child, "later", 3), 2);
   EXPECT_EQ(ZAL_Array_AddInt32(hollow, 4), 0);
-  EXPECT_EQ(ZAL_Object_AddObject(hollow, "x"), nullptr);
   EXPECT_EQ(textOf(hollow), "(null)");
   ZAL_Object_Destroy(full);  // belongs to the top handle: left alone
   EXPECT_EQ(textOf(top.get()), R"({"child":{"full":{"n":1,"late":2},"later":3}})");
 }
 
 TEST(ObjectTrees, RefuseWhatIsNoTopHandleOrHoldsTheParent) {
-  const HandlePtr top = parse(R"({"a":{"b":1}})");
+  HandlePtr top = parse(R"({"a":{"b":1}})");
   ZAL_ObjectHandle sub = ZAL_Object_AddObject(top.get(), "sub");
   const HandlePtr view{ZAL_Object_GetObject(top.get(), "a")};
-  const HandlePtr orphan{ZAL_Object_Create()};
-
-  for (ZAL_ObjectHandle parent : {top.get(), sub, view.get()}) {
-    for (ZAL_ObjectHandle child : {top.get(), sub, view.get(), ZAL_ObjectHandle{}})
-      ZAL_Object_AppendObject(parent, "k", child);
+  for (ZAL_ObjectHandle child : {top.get(), sub, view.get(), ZAL_ObjectHandle{}}) {
+    ZAL_Object_AppendObject(top.get(), "k", child);
+    ZAL_Object_AppendObject(sub, "k", child);
   }
-  ZAL_Object_AppendObject(nullptr, "k", orphan.get());
-  EXPECT_EQ(textOf(top.get()), R"({"a":{"b":1},"sub":{}})");
+  ZAL_Object_AppendObject(view.get(), "p", parse(R"({"q":3})").release());
+  EXPECT_EQ(textOf(top.get()), R"({"a":{"b":1,"p":{"q":3}},"sub":{}})");
 
   ZAL_ObjectHandle nameless = ZAL_Object_Create();
   ZAL_ObjectHandle inner = ZAL_Object_AddObject(nameless, "inner");
   ZAL_Object_AppendObject(top.get(), nullptr, nameless);
   EXPECT_EQ(ZAL_Object_AddInt32(nameless, "n", 1) + ZAL_Object_AddInt32(inner, "n", 1), 0);
-}
-
-TEST(ObjectViews, AddWithoutAFilterAndOutliveTheirTree) {
-  HandlePtr top = parse(R"({"list":[{"n":1}],"s":"text"})");
-  const HandlePtr first{ZAL_Object_GetObject(top.get(), "list[0]")};
-  const HandlePtr text{ZAL_Object_GetObject(top.get(), "s")};
-
-  EXPECT_EQ(ZAL_Object_AddInt32(ZAL_Object_AddObject(first.get(), "o"), "m", 2), 1);
-  EXPECT_EQ(ZAL_Object_AddInt32(text.get(), "n", 1), 0);
-  ZAL_Object_AppendObject(first.get(), "p", parse(R"({"q":3})").release());
-
-  EXPECT_EQ(textOf(top.get()), R"({"list":[{"n":1,"o":{"m":2},"p":{"q":3}}],"s":"text"})");
-  top.reset();
+  top.reset();  // the view outlives its tree
 }
 
 void* takeOffsetBlock(std::size_t size) {
@@ -266,10 +167,9 @@ TEST(ObjectMemory, RunningOutLosesOnlyWhatIsReported) {
     ASSERT_LT(limit, 100);
     blocksLeft = limit;
     const HandlePtr top{ZAL_Object_Create()};
-    const bool added[] = {ZAL_Object_AddString(top.get(), "s", "text") != 0,
-                          ZAL_Object_AddDouble(top.get(), "d", 1) != 0, ZAL_Object_AddBlob(top.get(), "b", "x", 1) != 0,
+    const bool added[] = {ZAL_Object_AddDouble(top.get(), "d", 1) != 0, ZAL_Object_AddBlob(top.get(), "b", "x", 1) != 0,
                           ZAL_Object_AddArray(top.get(), "o") != nullptr};
-    const HandlePtr view{ZAL_Object_GetObject(top.get(), "s")};
+    const HandlePtr view{ZAL_Object_GetObject(top.get(), "b")};
     HandlePtr child{ZAL_Object_Create()};
     ZAL_ObjectHandle inner = ZAL_Object_AddObject(child.get(), "inner");
     const bool isFilled = ZAL_Object_AddInt32(inner, "n", 1) != 0;
@@ -280,13 +180,11 @@ TEST(ObjectMemory, RunningOutLosesOnlyWhatIsReported) {
     blocksLeft = -1;
 
     const auto hasMember = [&](const char* key) { return cJSON_HasObjectItem(ZAL_Object_GetInternal(top.get()), key); };
-    isWhole = take(text) == R"({"s":"text","d":1.000000,"b":"eA==","o":[],"c":{"inner":{"n":1}}})" && view != nullptr;
-    for (std::size_t i = 0; i < 4; ++i) EXPECT_EQ(hasMember(std::string{"sdbo"[i]}.c_str()), added[i] ? 1 : 0) << limit;
+    isWhole = take(text) == R"({"d":1.000000,"b":"eA==","o":[],"c":{"inner":{"n":1}}})" && view != nullptr;
+    for (std::size_t i = 0; i < 3; ++i) EXPECT_EQ(hasMember(std::string{"dbo"[i]}.c_str()), added[i] ? 1 : 0) << limit;
     EXPECT_EQ(hasMember("c"), top && wasMoved ? 1 : 0) << limit;
   }
-  for (const char* line :
-       {"Object_Create(): Unable to create cJSON Object\n", "Object_Create(): Unable to create ZAL Object\n",
-        "Object_AddArray(): Unable to create Array Object\n", "Object_GetObject(): failed to allocate memory\n"})
+  for (const char* line : {"Create(): Unable to create cJSON Object\n", "GetObject(): failed to allocate memory\n"})
     EXPECT_THAT(log.text(), HasSubstr(line));
 }
 

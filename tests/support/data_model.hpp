@@ -32,28 +32,22 @@ inline std::string textOf(ZAL_ObjectHandle handle) {
   return take(ZAL_Object_DumpOutput(handle));
 }
 
-/// What `body` costs this thread, which other programs on the machine do not change.
-inline double cpuSeconds(const std::function<void()>& body) {
-  const auto now = [] {
-    timespec time{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
-  };
-  const double start = now();
+/// What `body` costs this process, which other programs on the machine do not change.
+inline std::clock_t cpuTime(const std::function<void()>& body) {
+  const std::clock_t start = std::clock();
   body();
-  return now() - start;
+  return std::clock() - start;
 }
 
 /// Runs `body` on a thread with as little stack as a worker may have.
 inline void onSmallStack(std::function<void()> body) {
+  std::size_t size = 256 * 1024;
 #ifdef __SANITIZE_THREAD__
-  constexpr std::size_t kOwnNeed = 1024 * 1024;  // the sanitizer keeps its own state of each thread there
-#else
-  constexpr std::size_t kOwnNeed = 0;
+  size += 1024 * 1024;  // the sanitizer keeps its own state of each thread there
 #endif
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);
-  pthread_attr_setstacksize(&attributes, 256 * 1024 + kOwnNeed);
+  pthread_attr_setstacksize(&attributes, size);
   pthread_t thread{};
   const auto run = [](void* argument) -> void* {
     (*static_cast<std::function<void()>*>(argument))();
