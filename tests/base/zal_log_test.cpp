@@ -3,15 +3,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <filesystem>
+#include <set>
 #include <string>
 #include <thread>
-#include <utility>
-#include <vector>
+#include <tuple>
 
 #include "tests/support/log_capture.hpp"
 #include "tests/support/temp_dir.hpp"
@@ -30,22 +29,16 @@ void say(int level, const char* text = "said\n") {
 }
 
 TEST(LogLines, PassFromTheThresholdUpToErrorsAndShowTheirLevel) {
-  const struct {
-    int threshold, level;
-    std::string expected;
-  } cases[] = {{0, 0, " " + kStamp + ": said\n"},
-               {1, 1, "\\.\\.\\. " + kStamp + ": said\n"},
-               {1, 2, "\\.\\.\\. " + kStamp + ": said\n"},
-               {3, 3, "--- " + kStamp + ": said\n"},
-               {3, 4, "\\*\\*\\* " + kStamp + kPlace + "said\n"},
-               {5, 5, "### " + kStamp + kPlace + "said\n"},
-               {INT_MIN, INT_MIN, " " + kStamp + ": said\n"},
-               {0, -1, ""},
-               {3, 2, ""},
-               {5, 4, ""},
-               {6, 5, ""},
-               {3, 6, ""},
-               {6, 6, ""}};
+  const std::string shown = kStamp + ": said\n";
+  const std::string placed = kStamp + kPlace + "said\n";
+  using Row = std::tuple<int, int, std::string>;
+  const Row cases[] = {{INT_MIN, INT_MIN, " " + shown},
+                       {1, 2, "\\.\\.\\. " + shown},
+                       {3, 3, "--- " + shown},
+                       {3, 4, "\\*\\*\\* " + placed},
+                       {5, 5, "### " + placed},
+                       {3, 2, ""},
+                       {6, 6, ""}};
   for (const auto& [threshold, level, expected] : cases) {
     const LogCapture log;
     ZAL_Log_SetLevel(threshold);
@@ -60,7 +53,6 @@ TEST(LogLines, ReadTheEnvironmentOnceTheFirstOneHasPassed) {
   setenv("ZAL_DEBUG_DIR", "/missing", 1);
 
   say(ZAL_LOG_DEBUG, "too early\n");
-  EXPECT_EQ(ZAL_Log_GetLevel(), ZAL_LOG_INFO);
   errno = EPIPE;
   say(ZAL_LOG_INFO, "first\n");
   EXPECT_EQ(errno, EPIPE);
@@ -74,68 +66,47 @@ TEST(LogLines, ReadTheEnvironmentOnceTheFirstOneHasPassed) {
 TEST(LogEnvironment, MayHaveOtherNamesAndNumbersBeyondInt) {
   debugEnvNames[0] = "MY_LEVEL";
   debugEnvNames[1] = nullptr;
-  for (const auto& [text, level] :
-       {std::pair{"99999999999999999999", INT_MAX}, {"-4294967297", INT_MIN}, {"2x", 2}, {"x", 0}}) {
+  for (const auto& [text, level] : {std::pair{"99999999999999999999", INT_MAX}, {"-4294967297", INT_MIN}, {"2x", 2}}) {
     setenv("MY_LEVEL", text, 1);
     ZAL_Log_CheckEnv();
     EXPECT_EQ(ZAL_Log_GetLevel(), level) << text;
   }
 }
 
-TEST(LogStreams, GetTheTextEvenWithoutADescriptor) {
-  char* memory = nullptr;
-  std::size_t size = 0;
-  FILE* const stream = open_memstream(&memory, &size);
-
-  EXPECT_EQ(zal_fprintf(stream, "%d-%s", 5, "x"), 0);
-  EXPECT_EQ(zal_fprintf(nullptr, "%d", 5), 0);
-
-  EXPECT_EQ(std::string(memory, size), "5-x");
-  std::fclose(stream);
-  std::free(memory);
-}
-
 TEST(LogHexDump, AlignsAShortLastLine) {
   const LogCapture log;
 
-  Log_HexDump("ABCDEFGH\x7fIJKLMN\xffP", 17);
-  Log_HexDump("AB\0C", 4);
-  for (const int nothing : {0, -1}) Log_HexDump("A", nothing);
+  Log_HexDump("ABCDEFG\0\x7fIJKLMN\xffP", 17);
+  Log_HexDump("A", -1);
 
-  EXPECT_EQ(log.text(), " 4142434445464748 7f494a4b4c4d4eff |ABCDEFGH.IJKLMN.|\n 50" + std::string(31, ' ') + " |P" +
-                            std::string(15, ' ') + "|\n 41420043" + std::string(25, ' ') + " |AB.C" +
-                            std::string(12, ' ') + "|\n");
+  EXPECT_EQ(log.text(), " 4142434445464700 7f494a4b4c4d4eff |ABCDEFG..IJKLMN.|\n 50" + std::string(31, ' ') + " |P" +
+                            std::string(15, ' ') + "|\n");
 }
 
-// Two directories, one of them named like a pattern that matches the other, and what reached the two streams.
+// Two directories, one of them named like a pattern that matches the other, and what reached the error stream.
 class LogFiles : public ::testing::Test {
  protected:
   LogFiles() { fs::create_directory(mine_), fs::create_directory(other_); }
 
-  /// The names in a directory, in order.
-  static std::vector<std::string> namesIn(const fs::path& directory) {
-    std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator{directory}) names.push_back(entry.path().filename());
-    std::sort(names.begin(), names.end());
+  static std::set<std::string> namesIn(const fs::path& directory) {
+    std::set<std::string> names;
+    for (const auto& entry : fs::directory_iterator{directory}) names.insert(entry.path().filename());
     return names;
   }
 
   const TempDir dir_;
   const fs::path mine_ = dir_.path() / "a[b]*\\c";
   const fs::path other_ = dir_.path() / "ab-\\c";
-  const std::string name_ = [] {
-    const std::string comm = readFile("/proc/self/comm");
-    return comm.substr(0, comm.find('\n')) + ".log";
-  }();
-  const LogCapture out_{1};
-  const LogCapture err_{2};
+  const std::string comm_ = readFile("/proc/self/comm");
+  const std::string name_ = comm_.substr(0, comm_.find('\n')) + ".log";
+  const LogCapture err_;
 };
 
 TEST_F(LogFiles, TakeEveryLineAndMoveWithTheDirectory) {
   setenv("ZAL_DEBUG_DIR", (mine_ / "").c_str(), 1);
 
   say(ZAL_LOG_ERROR, "one\n");
-  EXPECT_EQ(namesIn(mine_), std::vector{name_});
+  EXPECT_EQ(namesIn(mine_), std::set{name_});
   EXPECT_EQ(ZAL_Log_SetDirectory(other_.c_str()), 0);
   say(ZAL_LOG_INFO, "two\n");
 
@@ -146,18 +117,20 @@ TEST_F(LogFiles, TakeEveryLineAndMoveWithTheDirectory) {
 
 TEST_F(LogFiles, LeaveTheTextToTheStreamWhenTheyCannotServe) {
   const std::string longest = dir_.path().string() + std::string(62 - dir_.path().string().size(), '/');
+  const LogCapture out{1};
   fs::create_directory(mine_ / name_);
 
-  for (const char* refused : {static_cast<const char*>(nullptr), "", "/missing%n/", "/"})
+  for (const char* refused : {static_cast<const char*>(nullptr), "", "/missing%n/"})
     EXPECT_EQ(ZAL_Log_SetDirectory(refused), -1);
   EXPECT_EQ(ZAL_Log_SetDirectory((longest + "/").c_str()), 0);  // ignored, hence not in the way of the stream
   zal_fprintf(stderr, "off\n");
+  EXPECT_EQ(zal_fprintf(nullptr, "%d", 5), 0);
   EXPECT_EQ(ZAL_Log_SetDirectory(longest.c_str()), 0);
   zal_fprintf(stderr, "to the file\n");
   EXPECT_EQ(ZAL_Log_SetDirectory(mine_.c_str()), 0);
   zal_fprintf(stderr, "not to be opened\n");
 
-  EXPECT_EQ(out_.text(), "Could not open dir (/missing%n)\nCould not open dir ()\n");
+  EXPECT_EQ(out.text(), "Could not open dir (/missing%n)\n");
   EXPECT_EQ(err_.text(), "off\nnot to be opened\n");
 }
 
@@ -165,19 +138,16 @@ TEST_F(LogFiles, AreRotatedAboveTheMaximumAndTheOldestIsDropped) {
   for (const fs::path& directory : {mine_, other_})
     for (const char* year : {"2020", "2021"}) writeFile(directory / (name_ + "." + year + "0101-00:00:00"), "old");
   ASSERT_EQ(ZAL_Log_SetDirectory(mine_.c_str()), 0);
-  ZAL_Log_SetFileMaxBytes(100);
-  for (const int ignored : {0, -5, INT_MAX}) ZAL_Log_SetFileMaxBytes(ignored);
+  for (const int bytes : {100, 0, -5, INT_MAX}) ZAL_Log_SetFileMaxBytes(bytes);  // all but the first are ignored
   ZAL_Log_SetFileMaxFiles(0);
 
   zal_fprintf(stderr, "%0100d", 1);
   EXPECT_EQ(namesIn(mine_).size(), 3U) << "a file of exactly the maximum stays";
   zal_fprintf(stderr, "2");
 
-  const std::vector<std::string> names = namesIn(mine_);
-  ASSERT_EQ(names.size(), 2U);
-  EXPECT_EQ(names[0], name_ + ".20210101-00:00:00");
-  EXPECT_THAT(names[1], MatchesRegex(name_ + "\\.20[0-9]{6}-[0-9]{2}:[0-9]{2}:[0-9]{2}"));
-  EXPECT_EQ(fs::file_size(mine_ / names[1]), 101U);
+  const std::string dated = name_ + "\\.20[0-9]{6}-[0-9]{2}:[0-9]{2}:[0-9]{2}";
+  EXPECT_THAT(namesIn(mine_), ::testing::ElementsAre(name_ + ".20210101-00:00:00", MatchesRegex(dated)));
+  EXPECT_EQ(fs::file_size(mine_ / *namesIn(mine_).rbegin()), 101U);
   EXPECT_EQ(namesIn(other_).size(), 2U);
 }
 
@@ -186,25 +156,17 @@ TEST_F(LogFiles, OfAnotherNameAreClosedOutWhateverTheirSize) {
   writeFile(other_ / "job.log", "x");
   writeFile(other_ / "idle.log", "");
 
-  for (const char* name : {"job", "idle", "missing", static_cast<const char*>(nullptr)}) ZAL_Log_FileClose(name);
-  zal_fprintf(stderr, "own");
+  for (const char* name : {"job", "idle", static_cast<const char*>(nullptr)}) ZAL_Log_FileClose(name);
 
-  const std::vector<std::string> names = namesIn(other_);
-  EXPECT_THAT(names, ::testing::ElementsAre("idle.log", MatchesRegex("job\\.log\\.20.*"), name_));
+  EXPECT_THAT(namesIn(other_), ::testing::ElementsAre("idle.log", MatchesRegex("job\\.log\\.20.*")));
 }
 
-TEST_F(LogFiles, WarnAboutMoreThanAGigabyteAndApplyItAllTheSame) {
-  const std::string warning =
-      "WARNING: the combination of debug options bytes (600000000) and file count (2) exceeds a gigabyte\n";
-  ASSERT_EQ(ZAL_Log_SetDirectory(mine_.c_str()), 0);
-
+TEST_F(LogFiles, WarnAboutMoreThanAGigabyte) {
   ZAL_Log_SetFileMaxBytes(536870912);  // two of them are exactly a gigabyte
   EXPECT_EQ(err_.text(), "");
   ZAL_Log_SetFileMaxBytes(600000000);
-  ZAL_Log_SetFileMaxFiles(1);
-  ZAL_Log_SetFileMaxFiles(2);
-
-  EXPECT_EQ(err_.text(), warning + warning);
+  EXPECT_EQ(err_.text(),
+            "WARNING: the combination of debug options bytes (600000000) and file count (2) exceeds a gigabyte\n");
 }
 
 TEST_F(LogFiles, KeepEveryPieceOfConcurrentCallers) {
