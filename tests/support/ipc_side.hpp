@@ -1,15 +1,10 @@
-// What tests of the transport stand on: one side of it on a loop of its own, and a raw peer that sends what no client
-// would. The library's handle is used from the test's thread and seen from the loop's; all here is safe for both.
+// What tests of the transport stand on: one side of it on a loop of its own. The library's handle is used from the
+// test's thread and seen from the loop's; all here is safe for both.
 #pragma once
 
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 #include <zal/zal_ipc.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
@@ -19,7 +14,6 @@
 #include <utility>
 #include <vector>
 
-#include "base/zal_ipc/ipc.hpp"
 #include "tests/support/wait.hpp"
 #include "tests/support/wire_image.hpp"
 
@@ -53,8 +47,6 @@ class Side {
     ZAL_IPC_ServerShutdown(ipc);
     release(true);
   }
-  Side(const Side&) = delete;
-  Side& operator=(const Side&) = delete;
 
   /// Ends loop and handle, in one of the two orders, with whatever is still open.
   void release(bool destroyFirst) {
@@ -68,31 +60,25 @@ class Side {
 
   /// Runs `body` on the loop thread and waits for it. What has arrived at the loop's sockets before is read before.
   void onLoop(const std::function<void()>& body) {
-    struct Job {
-      const std::function<void()>& body;
-      std::atomic<bool> isDone;
-    } job{body, false};
+    std::atomic<bool> isDone{false};
+    std::function<void()> all = [&] {
+      body();
+      isDone = true;
+    };
     const auto run = [](uv_timer_t* timer) {
-      auto& self = *static_cast<Job*>(ZAL_EventLoop_GetTimerContext(timer));
-      self.body();
-      self.isDone = true;
+      (*static_cast<std::function<void()>*>(ZAL_EventLoop_GetTimerContext(timer)))();
     };
     // After a millisecond's rest, so that the loop sees what happens in `body` in the order in which it happens.
-    uv_timer_t* const timer = ZAL_EventLoop_StartTimer(loop, run, 1, 0, &job);
-    EXPECT_TRUE(waitUntil([&] { return job.isDone.load(); }));
+    uv_timer_t* const timer = ZAL_EventLoop_StartTimer(loop, run, 1, 0, &all);
+    EXPECT_TRUE(waitUntil([&] { return isDone.load(); }));
     ZAL_EventLoop_StopTimer(loop, timer);
   }
   void settle() {
     onLoop([] {});
   }
 
-  int listen(const std::string& url) { return onLoop(ZAL_IPC_ServerCreate, url.c_str()); }
-  int connect(const std::string& url) { return onLoop(ZAL_IPC_ClientConnectServer, url.c_str()); }
-  int onLoop(int (*open)(ZAL_IpcHandle, const char*), const char* url) {
-    int result = -1;
-    onLoop([&] { result = open(ipc, url); });
-    return result;
-  }
+  int listen(const std::string& url) { return open(ZAL_IPC_ServerCreate, url); }
+  int connect(const std::string& url) { return open(ZAL_IPC_ClientConnectServer, url); }
   bool connected(const std::string& url) {
     const int before = connects;
     return connect(url) == 1 && waitUntil([&] { return connects == before + 1; });
@@ -111,22 +97,12 @@ class Side {
     ZAL_IPC_ServerWrite(ipc, client, heapCopy(image), static_cast<std::uint32_t>(image.size()));
   }
 
-  int queuedWrites() const {
-    const zal::LockGuard hold{ipc->lock};
-    int count = 0;
-    for (const ZAL_IpcWriteEntry* entry = ipc->writeQueue; entry != nullptr; entry = entry->next) ++count;
-    return count;
-  }
-
   std::vector<std::string> received() const {
     const std::lock_guard hold{lock_};
     return received_;
   }
   bool hasReceived(std::size_t count) const {
-    return waitUntil([&] {
-      const std::lock_guard hold{lock_};
-      return received_.size() >= count;
-    });
+    return waitUntil([&] { return received().size() >= count; });
   }
   std::vector<ZAL_IpcClientContext> clients() const {
     const std::lock_guard hold{lock_};
@@ -147,6 +123,11 @@ class Side {
 
  private:
   static Side& of(void* self) { return *static_cast<Side*>(self); }
+  int open(int (*function)(ZAL_IpcHandle, const char*), const std::string& url) {
+    int result = -1;
+    onLoop([&] { result = function(ipc, url.c_str()); });
+    return result;
+  }
   static void onMessage(void* image, uint32_t length, void* self, void* source) {
     const std::string copy{static_cast<const char*>(image), length};
     if (of(self).onImage) of(self).onImage(copy, source);
@@ -166,45 +147,5 @@ class Side {
   std::vector<std::string> received_;
   std::vector<ZAL_IpcClientContext> clients_;
 };
-
-/// A peer that speaks bytes.
-class RawPeer {
- public:
-  explicit RawPeer(const std::string& path) : socket_{::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)} {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    EXPECT_EQ(::connect(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-  }
-  ~RawPeer() { ::close(socket_); }
-  RawPeer(const RawPeer&) = delete;
-  RawPeer& operator=(const RawPeer&) = delete;
-
-  void send(const std::string& bytes) const {
-    EXPECT_EQ(::send(socket_, bytes.data(), bytes.size(), 0), static_cast<ssize_t>(bytes.size()));
-  }
-  std::string receive(std::size_t size) const {
-    std::string bytes(size, '\0');
-    const ssize_t count = ::recv(socket_, bytes.data(), size, MSG_WAITALL);
-    bytes.resize(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
-    return bytes;
-  }
-
- private:
-  int socket_;
-};
-
-/// A port that was free a moment ago.
-inline int freePort() {
-  const int probe = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t size = sizeof address;
-  EXPECT_EQ(::bind(probe, reinterpret_cast<const sockaddr*>(&address), size), 0);
-  EXPECT_EQ(::getsockname(probe, reinterpret_cast<sockaddr*>(&address), &size), 0);
-  ::close(probe);
-  return ntohs(address.sin_port);
-}
 
 }  // namespace zal::test
