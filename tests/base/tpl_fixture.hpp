@@ -1,6 +1,7 @@
 // What the tests of the serialization engine share: maps that free themselves, the engine's reports, and its memory.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <zal/zal_tpl.h>
 
 #include <cstdarg>
@@ -11,7 +12,6 @@
 #include <string>
 #include <string_view>
 #include <utility>
-#include <vector>
 
 namespace zal::test {
 
@@ -60,19 +60,15 @@ inline int load(const Map& map, std::string& image, int flags = 0) {
 class EngineHook {
  public:
   EngineHook() : saved_{tpl_hook} {
-    reports().clear();
-    sizes().clear();
+    reports_.clear();
     tpl_hook.report_fn = report;
-    tpl_hook.alloc_fn = [](std::size_t size) {
-      sizes().push_back(size);
-      return remember(std::malloc(size));
-    };
+    tpl_hook.alloc_fn = [](std::size_t size) { return remember(std::malloc(size)); };
     tpl_hook.realloc_fn = [](void* block, std::size_t size) {
-      live().erase(block);
+      live_.erase(block);
       return remember(std::realloc(block, size));
     };
     tpl_hook.free_fn = [](void* block) {
-      live().erase(block);
+      live_.erase(block);
       std::free(block);
     };
   }
@@ -84,13 +80,11 @@ class EngineHook {
   EngineHook& operator=(const EngineHook&) = delete;
 
   /// The reports since the last call.
-  static std::string takeReports() { return std::exchange(reports(), {}); }
-  /// The sizes of all allocations since the last call.
-  static std::vector<std::size_t> takeSizes() { return std::exchange(sizes(), {}); }
-  static std::size_t blocks() { return live().size(); }
+  static std::string takeReports() { return std::exchange(reports_, {}); }
+  static std::size_t blocks() { return live_.size(); }
   /// Frees what was handed out and is not needed any more; no map may be alive.
   static void freeBlocks() {
-    for (void* block : std::exchange(live(), {})) std::free(block);
+    for (void* block : std::exchange(live_, {})) std::free(block);
   }
 
  private:
@@ -100,28 +94,33 @@ class EngineHook {
     va_start(arguments, format);
     static_cast<void>(std::vsnprintf(text, sizeof text, format, arguments));
     va_end(arguments);
-    reports() += text;
+    reports_ += text;
     return 0;
   }
-  static std::string& reports() {
-    static std::string text;
-    return text;
-  }
-  static std::vector<std::size_t>& sizes() {
-    static std::vector<std::size_t> all;
-    return all;
-  }
-  static std::set<void*>& live() {
-    static std::set<void*> all;
-    return all;
-  }
   static void* remember(void* block) {
-    live().insert(block);
+    live_.insert(block);
     return block;
   }
 
+  static inline std::string reports_;
+  static inline std::set<void*> live_;
   tpl_hook_record saved_;
 };
+
+/// Every test leaves the engine without a block.
+class EngineTest : public testing::Test {
+ protected:
+  void TearDown() override { EXPECT_EQ(hook_.blocks(), 0U); }
+
+  EngineHook hook_;
+};
+
+/// Header and format of an image, in front of its data; flag 1 says that its numbers are big-endian.
+inline std::string imageOf(const std::string& format, char flags, const std::string& data) {
+  const auto size = static_cast<char>(8 + format.size() + 1 + data.size());
+  const std::string length = (flags & 1) != 0 ? bytes("\0\0\0") + size : size + bytes("\0\0\0");
+  return "tpl" + std::string{flags} + length + format + '\0' + data;
+}
 
 inline tpl_blob blobOf(std::string_view bytes) {
   return {const_cast<char*>(bytes.data()), static_cast<std::uint32_t>(bytes.size())};
