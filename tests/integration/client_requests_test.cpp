@@ -1,7 +1,8 @@
-// Requests: what a method sees, what the agent gets back, and what many of them do to each other.
+// Requests: what a method sees, what the agent gets back, and what many of them do to each other. And what a client
+// sends of its own accord.
+#include <array>
+#include <future>
 #include <set>
-#include <thread>
-#include <vector>
 
 #include "tests/integration/client_with_agent.hpp"
 #include "tests/support/log_capture.hpp"
@@ -9,16 +10,14 @@
 namespace zal::test {
 namespace {
 
-class ClientRequests : public ClientWithAgent {};
-ZAL_OVER_BOTH_TRANSPORTS(ClientRequests);
+using ClientRequests = ClientWithAgent;
 
-TEST_P(ClientRequests, AreAnsweredWithTheirWholeNameAndId) {
+TEST_F(ClientRequests, AreAnsweredWithTheirWholeNameAndId) {
   std::string seen;
   addMethod(service_, "look", [&](ZAL_MessageHandle request, ZAL_MessageHandle response) {
     seen = std::string{ZAL_Message_GetName(request)} + "," + ZAL_Message_GetOptionalParam(request);
-    ZAL_ObjectHandle data = ZAL_Message_GetData(request);
     int32_t value = -1;
-    EXPECT_EQ(ZAL_Object_GetInt32(data, "value", &value), 1);
+    EXPECT_EQ(ZAL_Object_GetInt32(ZAL_Message_GetData(request), "value", &value), 1);
     respond(response, "value", value);
   });
   start();
@@ -30,15 +29,10 @@ TEST_P(ClientRequests, AreAnsweredWithTheirWholeNameAndId) {
   ASSERT_TRUE(response);
   EXPECT_EQ(seen, "look,fifteen letters");
   EXPECT_EQ(dataOf(response->payload), R"({"value":5})");
-  const WireRecord expected{.code = ZAL_IPC_CMD_RESPONSE,
-                            .service = "svc",
-                            .name = "look/interfaces?include=value",
-                            .payload = response->payload,
-                            .requestId = 65535};
-  EXPECT_EQ(*response, expected);
+  EXPECT_EQ(*response, (WireRecord{ZAL_IPC_CMD_RESPONSE, "svc", request.name, "", response->payload, 65535}));
 }
 
-TEST_P(ClientRequests, ArriveWholeWhenTheirImagesComeByteByByte) {
+TEST_F(ClientRequests, ArriveWholeWhenTheirImagesComeByteByByte) {
   start();
 
   const std::string images =
@@ -53,7 +47,7 @@ TEST_P(ClientRequests, ArriveWholeWhenTheirImagesComeByteByByte) {
   }
 }
 
-TEST_P(ClientRequests, AThousandInFlightAreAnsweredEachWithItsOwnId) {
+TEST_F(ClientRequests, AThousandInFlightAreAnsweredEachWithItsOwnId) {
   constexpr int kCount = 1000;
   start();
 
@@ -73,46 +67,47 @@ TEST_P(ClientRequests, AThousandInFlightAreAnsweredEachWithItsOwnId) {
   EXPECT_EQ(answered.size(), static_cast<size_t>(kCount));
 }
 
-TEST_P(ClientRequests, ASlowHandlerBlocksNeitherOthersNorTheLoop) {
-  const auto begun = std::make_shared<Latch>();
-  const auto release = std::make_shared<Latch>();
-  addMethod(service_, "slow", [begun, release](ZAL_MessageHandle, ZAL_MessageHandle response) {
-    begun->open();
-    respond(response, "released", release->wait() ? 1 : 0);
+TEST_F(ClientRequests, ASlowHandlerBlocksNeitherOthersNorTheLoop) {
+  std::promise<void> begun;
+  std::promise<void> release;
+  addMethod(service_, "slow", [&](ZAL_MessageHandle, ZAL_MessageHandle response) {
+    begun.set_value();
+    release.get_future().wait_for(std::chrono::seconds{60});
+    respond(response, "released", 1);
   });
   start();
 
   ASSERT_TRUE(agent_.send({requestOf("slow", 1)}));
-  ASSERT_TRUE(begun->wait());
-  for (int id = 2; id < 20; ++id) ASSERT_TRUE(call(requestOf("get", id, R"({"value":1})"))) << id;
-  ASSERT_TRUE(agent_.send({{.code = ZAL_IPC_CMD_CONFIG, .payload = R"({"fresh":1})"}}));
+  begun.get_future().wait();
+  for (int id = 2; id < 20; ++id) EXPECT_TRUE(call(requestOf("get", id))) << id;
+  EXPECT_TRUE(agent_.send({{.code = ZAL_IPC_CMD_CONFIG, .payload = R"({"fresh":1})"}}));
   EXPECT_TRUE(waitUntil([&] {
     ZAL_ObjectHandle fresh = ZAL_Client_GetConfiguration(client_.get(), "fresh");
     if (fresh != nullptr) ZAL_Object_Destroy(fresh);
     return fresh != nullptr;
   })) << "the loop thread stores configurations";
-  release->open();
+  release.set_value();
 
-  const auto response = waitForResponse(1);
-  ASSERT_TRUE(response);
-  EXPECT_EQ(dataOf(response->payload), R"({"released":1})");
+  EXPECT_TRUE(waitForResponse(1));
 }
 
-TEST_P(ClientRequests, WhatCannotBeServedIsAnsweredWithAnImageWithoutRecords) {
+TEST_F(ClientRequests, WhatCannotBeServedIsAnsweredWithAnImageWithoutRecords) {
   ZAL_Service_AddMethod(service_, "empty", nullptr, nullptr);
   start();
-  const int before = emptyImages();
 
   const WireRecord unserved[] = {requestOf("get", 1, {}, "nobody"), requestOf("unknown", 2), requestOf("empty", 3),
                                  requestOf(std::string(128, 'm'), 4)};
   for (const WireRecord& request : unserved) ASSERT_TRUE(agent_.send({request}));
-  EXPECT_TRUE(waitUntil([&] { return emptyImages() == before + 4; }));
+  // After the two images of the connection.
+  EXPECT_TRUE(agent_.waitFor([](const auto& received) { return received.size() == 6; }));
 
   LogCapture log;
   ASSERT_TRUE(agent_.send({requestOf("no uri", 5)}));
   EXPECT_TRUE(waitUntil([&] { return log.contains("Invalid command name no uri\n"); }));
   ASSERT_TRUE(call(requestOf("get", 6)));
-  EXPECT_EQ(emptyImages(), before + 4) << "a name that is no URI is not answered";
+  const auto received = agent_.received();
+  EXPECT_EQ(received.size(), 7U) << "a name that is no URI is not answered";
+  for (size_t i = 2; i < 6; ++i) EXPECT_EQ(received[i].image, WireImage{});
 }
 
 /// A dataset that adds everything it has, and leaves the choice to the filter.
@@ -133,7 +128,7 @@ int describeDevice(ZAL_MessageHandle request, ZAL_MessageHandle response, ZAL_Me
   return 0;
 }
 
-TEST_P(ClientRequests, ADatasetAnswersTheMembersThatItsFilterLetsThrough) {
+TEST_F(ClientRequests, ADatasetAnswersTheMembersThatItsFilterLetsThrough) {
   ZAL_ServiceHandle telemetry = ZAL_TelemetryService_Create();
   ZAL_TelemetryService_AddDataset(telemetry, "device", describeDevice);
   ZAL_Client_AddService(client_.get(), telemetry);
@@ -145,7 +140,7 @@ TEST_P(ClientRequests, ADatasetAnswersTheMembersThatItsFilterLetsThrough) {
   EXPECT_EQ(dataOf(response->payload), R"({"system":{"cpu":{"load":12},"memory":{"free":100}}})");
 }
 
-TEST_P(ClientRequests, MadeByTheClientItselfAreAnsweredToTheAgent) {
+TEST_F(ClientRequests, MadeByTheClientItselfAreAnsweredToTheAgent) {
   start();
 
   ZAL_Client_Command_Request(client_.get(), "svc", "get/local", "uid");
@@ -153,6 +148,57 @@ TEST_P(ClientRequests, MadeByTheClientItselfAreAnsweredToTheAgent) {
   const auto response = waitForResponse(65535);
   ASSERT_TRUE(response);
   EXPECT_EQ(response->name, "get/local");
+}
+
+TEST_F(ClientRequests, EventsCarryTheNameOfTheSystemOrOfTheirService) {
+  start();
+  const auto makeEvent = [] {
+    ZAL_MessageHandle event = ZAL_Message_Create();
+    ZAL_Message_SetName(event, "alarm");
+    ZAL_Message_SetOptionalParam(event, "opt");
+    respond(event, "level", 3);
+    return event;
+  };
+
+  ZAL_Client_SendEvent(client_.get(), makeEvent());
+  ZAL_Service_SendEvent(client_.get(), service_, makeEvent());
+
+  for (const char* service : {"system", "svc"}) {
+    const auto event = agent_.waitForRecord(
+        [&](const WireRecord& record) { return record.service == service && record.code == ZAL_IPC_CMD_EVENT; });
+    ASSERT_TRUE(event) << service;
+    EXPECT_EQ(*event, (WireRecord{ZAL_IPC_CMD_EVENT, service, "alarm", "opt", event->payload, 0}));
+    EXPECT_EQ(dataOf(event->payload), R"({"level":3})");
+  }
+}
+
+TEST_F(ClientRequests, ToOthersGetTheirOwnAnswersInAnyOrder) {
+  // Where a process begins; its clients share one counter.
+  const std::array<int, 6> ids{65531, 65532, 65533, 65534, 65535, 0};
+  std::array<std::atomic<int>, 6> answers{};
+  start();
+  ZAL_ObjectHandle data = ZAL_Object_Create();
+  ZAL_Object_AddInt32(data, "question", 1);
+  const auto take = [](ZAL_ObjectHandle response, void* where) {
+    int32_t value = -1;
+    ZAL_Object_GetInt32(response, "value", &value);
+    *static_cast<std::atomic<int>*>(where) = value;
+  };
+  const auto answer = [&](int id) {
+    const std::string payload = R"({"value":)" + std::to_string(id + 1) + "}";
+    return agent_.send({{.code = ZAL_IPC_CMD_GATEWAY_RESPONSE, .payload = payload, .requestId = id}});
+  };
+
+  for (size_t i = 0; i < ids.size(); ++i) {
+    ZAL_Client_Command_Request_Gateway(client_.get(), "peer", "ask", data, take, &answers[i]);
+    const WireRecord expected{ZAL_IPC_CMD_GATEWAY_REQUEST, "peer", "ask", "", {"{\"question\":1}\0", 15}, ids[i]};
+    EXPECT_TRUE(agent_.waitForRecord([&](const WireRecord& record) { return record == expected; })) << ids[i];
+  }
+  ZAL_Object_Destroy(data);
+  EXPECT_TRUE(answer(12345)) << "an answer that nobody waits for";
+  for (size_t i = ids.size(); i-- > 0;) EXPECT_TRUE(answer(ids[i]));
+
+  for (size_t i = 0; i < ids.size(); ++i) EXPECT_TRUE(waitUntil([&] { return answers[i] == ids[i] + 1; })) << ids[i];
 }
 
 }  // namespace

@@ -1,27 +1,8 @@
 #include "tests/integration/client_with_agent.hpp"
 
-#include <cjson/cJSON.h>
-
 #include <algorithm>
-#include <cstdlib>
 
 namespace zal::test {
-namespace {
-
-bool isSubscription(const WireImage& image) {
-  return !image.empty() &&
-         std::all_of(image.begin(), image.end(), [](const WireRecord& r) { return r.code == ZAL_IPC_CMD_SUBSCRIBE; });
-}
-
-}  // namespace
-
-ClientPtr makeClient(const std::string& url) {
-  ZAL_ClientOptions options;
-  ZAL_Client_GetDefaultOptions(&options);
-  zalstrlcpy(options.url, url.c_str(), sizeof options.url);
-  options.interval = 1;
-  return ClientPtr{ZAL_Client_Create(&options)};
-}
 
 void respond(ZAL_MessageHandle response, const char* key, int32_t value) {
   ZAL_ObjectHandle data = ZAL_Object_Create();
@@ -30,12 +11,11 @@ void respond(ZAL_MessageHandle response, const char* key, int32_t value) {
 }
 
 std::string dataOf(const std::string& envelope) {
-  const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> tree{cJSON_ParseWithLength(envelope.data(), envelope.size()),
-                                                             cJSON_Delete};
-  const cJSON* data = cJSON_GetObjectItemCaseSensitive(tree.get(), "data");
-  if (data == nullptr) return "(none)";
-  const std::unique_ptr<char, decltype(&std::free)> text{cJSON_PrintUnformatted(data), std::free};
-  return text.get();
+  const std::string key = "\"data\":";
+  const std::size_t at = envelope.find(key);
+  if (at == std::string::npos) return "(none)";
+  const std::size_t begin = at + key.size();
+  return envelope.substr(begin, envelope.rfind('}') - begin);
 }
 
 WireRecord requestOf(std::string name, int id, std::string payload, std::string service) {
@@ -46,33 +26,21 @@ WireRecord requestOf(std::string name, int id, std::string payload, std::string 
           .requestId = id};
 }
 
-void Latch::open() {
-  const std::lock_guard hold{mutex_};
-  isOpen_ = true;
-  opened_.notify_all();
-}
-
-bool Latch::wait() {
-  std::unique_lock hold{mutex_};
-  return opened_.wait_for(hold, std::chrono::seconds{60}, [this] { return isOpen_; });
-}
-
-void PrintTo(Transport transport, std::ostream* out) {
-  *out << (transport == Transport::kUnix ? "UnixSocket" : "Tcp");
-}
-
-ClientWithAgent::ClientWithAgent()
-    : agent_{GetParam() == Transport::kUnix ? dir_.file("agent.sock") : std::string{}},
-      client_{makeClient(agent_.url())},
-      service_{ZAL_Service_Create("svc")} {
+ClientWithAgent::ClientWithAgent(bool isOverTcp)
+    : agent_{isOverTcp ? std::string{} : dir_.file("agent.sock")}, client_{makeClient(service_)} {
   agent_.answerConfiguration("{}");
-  addGet(service_);
-  ZAL_Client_AddService(client_.get(), service_);
 }
 
-void ClientWithAgent::TearDown() {
-  client_.reset();
-  EXPECT_EQ(agent_.fault(), "");
+ClientPtr ClientWithAgent::makeClient(ZAL_ServiceHandle& service) {
+  ZAL_ClientOptions options;
+  ZAL_Client_GetDefaultOptions(&options);
+  zalstrlcpy(options.url, agent_.url().c_str(), sizeof options.url);
+  options.interval = 1;
+  ClientPtr client{ZAL_Client_Create(&options)};
+  service = ZAL_Service_Create("svc");
+  addGet(service);
+  ZAL_Client_AddService(client.get(), service);
+  return client;
 }
 
 void ClientWithAgent::addMethod(ZAL_ServiceHandle service, const char* name, Handler handler) {
@@ -101,7 +69,7 @@ void ClientWithAgent::start() {
 bool ClientWithAgent::waitForSubscription(int connection) {
   return agent_.waitFor([&](const auto& received) {
     return std::any_of(received.begin(), received.end(), [&](const StandInAgent::Received& one) {
-      return one.connection == connection && isSubscription(one.image);
+      return one.connection == connection && !one.image.empty() && one.image[0].code == ZAL_IPC_CMD_SUBSCRIBE;
     });
   });
 }
@@ -114,12 +82,6 @@ std::optional<WireRecord> ClientWithAgent::call(const WireRecord& request) {
 std::optional<WireRecord> ClientWithAgent::waitForResponse(int id) {
   return agent_.waitForRecord(
       [&](const WireRecord& record) { return record.code == ZAL_IPC_CMD_RESPONSE && record.requestId == id; });
-}
-
-int ClientWithAgent::emptyImages() const {
-  const auto received = agent_.received();
-  return static_cast<int>(
-      std::count_if(received.begin(), received.end(), [](const auto& one) { return one.image.empty(); }));
 }
 
 }  // namespace zal::test

@@ -1,10 +1,9 @@
 #include "tests/support/stand_in_agent.hpp"
 
+#include <gtest/gtest.h>
 #include <linux/sockios.h>
 #include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <poll.h>
-#include <sys/eventfd.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -13,15 +12,14 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstring>
-#include <stdexcept>
 #include <system_error>
 #include <utility>
+
+#include "tests/support/wait.hpp"
 
 namespace zal::test {
 namespace {
 
-constexpr std::chrono::seconds kDeadline{60};
 constexpr std::int32_t kGetConfigCode = 7;
 constexpr std::int32_t kConfigCode = 8;
 
@@ -30,80 +28,39 @@ int checked(int result, const char* what) {
   return result;
 }
 
-/// On a socket whose client has gone meanwhile this fails, and nothing depends on it any more.
-template <class Value>
-void setOption(int socket, int level, int option, const Value& value) {
-  static_cast<void>(setsockopt(socket, level, option, &value, sizeof value));
+/// A listening socket at an address of either family, which is completed with the port.
+template <class Address>
+int listenAt(Address& address) {
+  const int listener = checked(
+      socket(reinterpret_cast<sockaddr&>(address).sa_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0), "socket");
+  const int on = 1;
+  setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  socklen_t size = sizeof address;
+  checked(bind(listener, reinterpret_cast<const sockaddr*>(&address), size), "bind");
+  checked(::listen(listener, 16), "listen");
+  checked(getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size), "getsockname");
+  return listener;
 }
 
-/// Binds a socket to an address of either family and listens.
-template <class Address>
-void bindAndListen(int socket, const Address& address) {
-  checked(bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address), "bind");
-  checked(::listen(socket, 16), "listen");
+bool sendAll(int socket, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t sent = ::send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    if (sent <= 0) return false;
+    bytes.remove_prefix(static_cast<std::size_t>(sent));
+  }
+  return true;
+}
+
+/// Unix-domain: the client has read everything. TCP: it stands in the client's receive buffer.
+bool isTaken(int socket) {
+  int waiting = 0;
+  return ioctl(socket, SIOCOUTQ, &waiting) != 0 || waiting == 0;
 }
 
 }  // namespace
 
-/// A descriptor that is closed when the last thread that uses it lets go.
-class StandInAgent::Descriptor {
- public:
-  explicit Descriptor(int value) : value_{value} {}
-  ~Descriptor() { close(value_); }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  [[nodiscard]] int get() const { return value_; }
-
- private:
-  const int value_;
-};
-
-struct StandInAgent::Connection {
-  explicit Connection(int descriptor) : socket{descriptor} {}
-
-  /// Sends the bytes in pieces, none of another sender's between them.
-  bool sendAll(std::string_view bytes, std::size_t piece) {
-    const std::lock_guard hold{sending};
-    while (!bytes.empty()) {
-      const ssize_t sent = ::send(socket.get(), bytes.data(), std::min(piece, bytes.size()), MSG_NOSIGNAL);
-      if (sent <= 0) return false;
-      bytes.remove_prefix(static_cast<std::size_t>(sent));
-      if (piece == 1) waitUntilTaken();
-    }
-    return true;
-  }
-
-  /// Unix-domain: until the client has read it. TCP: until it stands in the client's receive buffer.
-  void waitUntilTaken() const {
-    const auto end = std::chrono::steady_clock::now() + kDeadline;
-    int waiting = 0;
-    pollfd broken{socket.get(), 0, 0};
-    while (ioctl(socket.get(), SIOCOUTQ, &waiting) == 0 && waiting > 0 && poll(&broken, 1, 1) == 0 &&
-           std::chrono::steady_clock::now() < end) {
-    }
-  }
-
-  const Descriptor socket;
-  int number = 0;  // fixed before any other thread sees the connection
-  std::mutex sending;
-  std::string pending;  // the agent's thread only
-};
-
-StandInAgent::StandInAgent(std::string socketPath)
-    : path_{std::move(socketPath)},
-      wakeUp_{std::make_shared<Descriptor>(checked(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd"))} {
+StandInAgent::StandInAgent(std::string socketPath) : path_{std::move(socketPath)} {
   listen();
-  thread_ = std::thread{[this] { run(); }};
-}
-
-StandInAgent::~StandInAgent() {
-  {
-    const std::lock_guard hold{mutex_};
-    isStopping_ = true;
-  }
-  wake();
-  thread_.join();
-  if (!path_.empty()) unlink(path_.c_str());
 }
 
 std::string StandInAgent::url() const {
@@ -115,63 +72,37 @@ void StandInAgent::answerConfiguration(std::string json) {
   configuration_ = std::move(json);
 }
 
-int StandInAgent::accepted() const {
-  const std::lock_guard hold{mutex_};
-  return accepted_;
-}
-
-int StandInAgent::open() const {
-  const std::lock_guard hold{mutex_};
-  return static_cast<int>(connections_.size());
-}
-
 std::vector<StandInAgent::Received> StandInAgent::received() const {
   const std::lock_guard hold{mutex_};
   return received_;
 }
 
-std::string StandInAgent::fault() const {
-  const std::lock_guard hold{mutex_};
-  return fault_;
-}
-
-template <class Condition>
-bool StandInAgent::waitUntilHolds(Condition condition) const {
-  std::unique_lock hold{mutex_};
-  return changed_.wait_for(hold, kDeadline, condition);
-}
-
-bool StandInAgent::waitForAccepted(int count) const {
-  return waitUntilHolds([&] { return accepted_ >= count; });
-}
-
-bool StandInAgent::waitForOpen(int count) const {
-  return waitUntilHolds([&] { return static_cast<int>(connections_.size()) == count; });
+bool StandInAgent::waitForOpen(std::size_t count) const {
+  return waitFor([&](const auto&) { return connections_.size() == count; });
 }
 
 bool StandInAgent::waitFor(const std::function<bool(const std::vector<Received>&)>& condition) const {
-  return waitUntilHolds([&] { return condition(received_); });
+  return waitUntil([&] {
+    const std::lock_guard hold{mutex_};
+    return condition(received_);
+  });
 }
 
 std::optional<WireRecord> StandInAgent::waitForRecord(const std::function<bool(const WireRecord&)>& fits) const {
   std::optional<WireRecord> found;
-  std::size_t seen = 0;
-  static_cast<void>(waitUntilHolds([&] {
-    for (; !found && seen < received_.size(); ++seen) {
-      const WireImage& image = received_[seen].image;
-      if (const auto at = std::find_if(image.begin(), image.end(), fits); at != image.end()) found = *at;
-    }
+  static_cast<void>(waitFor([&](const auto& received) {
+    for (const Received& one : received)
+      for (const WireRecord& record : one.image)
+        if (!found && fits(record)) found = record;
     return found.has_value();
   }));
   return found;
 }
 
-StandInAgent::ConnectionPtr StandInAgent::find(int number) const {
-  const std::lock_guard hold{mutex_};
-  const auto at = std::find_if(connections_.rbegin(), connections_.rend(), [&](const ConnectionPtr& connection) {
-    return number == kNewest || connection->number == number;
-  });
-  return at == connections_.rend() ? nullptr : *at;
+int StandInAgent::find(int number) const {
+  if (number == kNewest && !connections_.empty()) return connections_.rbegin()->second.socket;
+  const auto at = connections_.find(number);
+  return at == connections_.end() ? -1 : at->second.socket;
 }
 
 bool StandInAgent::send(const WireImage& image, int connection) {
@@ -179,176 +110,96 @@ bool StandInAgent::send(const WireImage& image, int connection) {
 }
 
 bool StandInAgent::sendBytes(std::string_view bytes, int connection) {
-  const ConnectionPtr found = find(connection);
-  return found && found->sendAll(bytes, bytes.size());
+  const std::lock_guard hold{mutex_};
+  return sendAll(find(connection), bytes);
 }
 
 bool StandInAgent::sendByteByByte(std::string_view bytes) {
-  const ConnectionPtr found = find(kNewest);
-  return found && found->sendAll(bytes, 1);
-}
-
-void StandInAgent::dropConnections() {
-  std::vector<ConnectionPtr> dropped;
-  {
-    const std::lock_guard hold{mutex_};
-    dropped.swap(connections_);
-  }
-  for (const ConnectionPtr& connection : dropped) shutdown(connection->socket.get(), SHUT_RDWR);
-  dropped.clear();
-  finishRound();
-}
-
-void StandInAgent::resetConnections() {
-  {
-    const std::lock_guard hold{mutex_};
-    const linger reset{1, 0};
-    for (const ConnectionPtr& connection : connections_)
-      setOption(connection->socket.get(), SOL_SOCKET, SO_LINGER, reset);
-    connections_.clear();
-  }
-  finishRound();
+  const std::lock_guard hold{mutex_};
+  const int socket = find(kNewest);
+  return std::all_of(bytes.begin(), bytes.end(), [&](const char& byte) {
+    return sendAll(socket, {&byte, 1}) && waitUntil([&] { return isTaken(socket); });
+  });
 }
 
 void StandInAgent::die() {
-  {
-    const std::lock_guard hold{mutex_};
-    listener_.reset();
-  }
-  dropConnections();
+  if (!thread_.joinable()) return;
+  shutdown(listener_, SHUT_RDWR);
+  thread_.join();
+  close(listener_);
+  const std::lock_guard hold{mutex_};
+  for (const auto& connection : connections_) close(connection.second.socket);
+  connections_.clear();
 }
 
 void StandInAgent::listen() {
-  const int family = path_.empty() ? AF_INET : AF_UNIX;
-  auto listener = std::make_shared<Descriptor>(checked(socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0), "socket"));
   if (path_.empty()) {
-    const int on = 1;
-    setOption(listener->get(), SOL_SOCKET, SO_REUSEADDR, on);
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     address.sin_port = htons(static_cast<std::uint16_t>(port_));
-    bindAndListen(listener->get(), address);
-    socklen_t size = sizeof address;
-    checked(getsockname(listener->get(), reinterpret_cast<sockaddr*>(&address), &size), "getsockname");
+    listener_ = listenAt(address);
     port_ = ntohs(address.sin_port);
   } else {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    if (path_.size() >= sizeof address.sun_path) throw std::length_error{"socket path too long: " + path_};
-    std::memcpy(address.sun_path, path_.c_str(), path_.size() + 1);
+    path_.copy(address.sun_path, sizeof address.sun_path - 1);
     unlink(path_.c_str());
-    bindAndListen(listener->get(), address);
+    listener_ = listenAt(address);
   }
-  {
-    const std::lock_guard hold{mutex_};
-    listener_ = std::move(listener);
-  }
-  wake();
-}
-
-void StandInAgent::wake() const {
-  const std::uint64_t one = 1;
-  static_cast<void>(write(wakeUp_->get(), &one, sizeof one));  // full means that a wake-up is under way already
-}
-
-void StandInAgent::finishRound() {
-  std::unique_lock hold{mutex_};
-  wake();
-  changed_.wait_for(hold, kDeadline, [this, before = rounds_] { return rounds_ != before; });
+  thread_ = std::thread{[this] { run(); }};
 }
 
 void StandInAgent::run() {
   for (;;) {
-    DescriptorPtr listener;
-    std::vector<ConnectionPtr> connections;
-    {
-      const std::lock_guard hold{mutex_};
-      if (isStopping_) return;
-      listener = listener_;
-      connections = connections_;
-      ++rounds_;
-      changed_.notify_all();
-    }
-
-    // A negative descriptor is left out by poll.
-    std::vector<pollfd> watched{{wakeUp_->get(), POLLIN, 0}, {listener ? listener->get() : -1, POLLIN, 0}};
-    for (const ConnectionPtr& connection : connections) watched.push_back({connection->socket.get(), POLLIN, 0});
+    std::vector<pollfd> watched{{listener_, POLLIN, 0}};
+    // This thread alone adds and removes connections, so that it may look at them without the lock.
+    for (const auto& connection : connections_) watched.push_back({connection.second.socket, POLLIN, 0});
     poll(watched.data(), watched.size(), -1);
+    if ((watched[0].revents & POLLHUP) != 0) return;
 
-    std::uint64_t ignored = 0;
-    if (watched[0].revents != 0) static_cast<void>(read(wakeUp_->get(), &ignored, sizeof ignored));
-    if (watched[1].revents != 0) acceptOne(*listener);
-    for (std::size_t i = 0; i < connections.size(); ++i)
-      if (watched[i + 2].revents != 0) readFrom(*connections[i]);
+    const std::lock_guard hold{mutex_};
+    std::size_t i = 0;
+    for (auto at = connections_.begin(); at != connections_.end();) {
+      const auto connection = at++;
+      if (watched[++i].revents == 0 || readFrom(*connection)) continue;
+      close(connection->second.socket);
+      connections_.erase(connection);
+    }
+    if (watched[0].revents != 0) accept();
   }
 }
 
-void StandInAgent::acceptOne(const Descriptor& listener) {
-  const int socket = accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC);
-  if (socket < 0) return;  // the client gave up meanwhile
-
-  auto connection = std::make_shared<Connection>(socket);
-  setOption(socket, SOL_SOCKET, SO_SNDTIMEO, timeval{kDeadline.count(), 0});
-  if (path_.empty()) setOption(socket, IPPROTO_TCP, TCP_NODELAY, 1);
-
-  const std::lock_guard hold{mutex_};
-  if (listener_.get() != &listener) return;  // died while this one knocked
-  connection->number = ++accepted_;
-  connections_.push_back(std::move(connection));
+void StandInAgent::accept() {
+  const int socket = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+  if (socket >= 0) connections_.emplace(++accepted_, Connection{socket});
 }
 
-void StandInAgent::readFrom(Connection& connection) {
+/// False when nothing more can come, also inside an image: a client that stops may leave half of one behind.
+bool StandInAgent::readFrom(Connections::value_type& connection) {
   std::array<char, 65536> block;
-  const ssize_t count = recv(connection.socket.get(), block.data(), block.size(), MSG_DONTWAIT);
-  if (count > 0) {
-    connection.pending.append(block.data(), static_cast<std::size_t>(count));
-    takeImages(connection);
-  } else if (count == 0 || (errno != EAGAIN && errno != EINTR)) {
-    forget(connection);  // also inside an image: a client that stops may leave half of one behind
-  }
+  const ssize_t count = recv(connection.second.socket, block.data(), block.size(), 0);
+  if (count <= 0) return false;
+  connection.second.pending.append(block.data(), static_cast<std::size_t>(count));
+  return takeImages(connection);
 }
 
-void StandInAgent::takeImages(Connection& connection) {
-  std::string_view rest{connection.pending};
-  while (rest.size() >= kImageHeaderSize) {
-    const auto length = announcedLength(rest.substr(0, kImageHeaderSize));
-    if (length && *length > rest.size()) break;
-    auto image = length ? decodeImage(rest.substr(0, *length)) : std::nullopt;
-    if (!image) return reject(connection);
-    handle(connection, std::move(*image));
-    rest.remove_prefix(*length);
+bool StandInAgent::takeImages(Connections::value_type& connection) {
+  auto& [number, from] = connection;
+  while (from.pending.size() >= kImageHeaderSize) {
+    const std::size_t length = announcedLength(from.pending);
+    if (length > from.pending.size()) break;
+    const auto image = decodeImage(from.pending.substr(0, length));
+    if (!image) {
+      ADD_FAILURE() << "connection " << number << " sent what is no image of records";
+      return false;
+    }
+    from.pending.erase(0, length);
+    received_.push_back({number, *image});
+    if (configuration_ && !image->empty() && image->front().code == kGetConfigCode)
+      sendAll(from.socket, encodeImage({{.code = kConfigCode, .payload = *configuration_}}));
   }
-  connection.pending.erase(0, connection.pending.size() - rest.size());
-}
-
-void StandInAgent::handle(Connection& connection, WireImage image) {
-  const bool asksForConfiguration =
-      std::any_of(image.begin(), image.end(), [](const WireRecord& record) { return record.code == kGetConfigCode; });
-  std::optional<std::string> configuration;
-  {
-    const std::lock_guard hold{mutex_};
-    if (asksForConfiguration) configuration = configuration_;
-    received_.push_back({connection.number, std::move(image)});
-  }
-  if (!configuration) return;
-  const std::string answer = encodeImage({{.code = kConfigCode, .payload = *configuration}});
-  connection.sendAll(answer, answer.size());
-}
-
-void StandInAgent::reject(const Connection& connection) {
-  {
-    const std::lock_guard hold{mutex_};
-    fault_ = "connection " + std::to_string(connection.number) + " sent what is no image of records";
-  }
-  forget(connection);
-}
-
-void StandInAgent::forget(const Connection& connection) {
-  const std::lock_guard hold{mutex_};
-  connections_.erase(std::remove_if(connections_.begin(), connections_.end(),
-                                    [&](const ConnectionPtr& other) { return other.get() == &connection; }),
-                     connections_.end());
+  return true;
 }
 
 }  // namespace zal::test

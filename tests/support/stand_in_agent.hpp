@@ -1,14 +1,13 @@
 // A scripted agent for tests: it listens on a Unix-domain path or on a loopback port, decodes what clients send, and
-// sends what the test tells it to. It knows the wire alone, nothing of the library.
+// sends what the test tells it to. It knows the wire alone, nothing of the library. Bytes that are no image of records
+// are a failure of the test that runs.
 //
-// One thread of its own accepts and reads; every public function may be called from any thread. Sending blocks the
-// caller, for a minute at most. Waiting functions end after the deadline with a result that says so.
+// One thread of its own accepts, reads and closes; every public function may be called from any thread, but for die()
+// and listen(), which are the test's. Waiting functions end after a minute with a result that says so.
 #pragma once
 
-#include <chrono>
-#include <condition_variable>
 #include <functional>
-#include <memory>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -32,7 +31,7 @@ class StandInAgent {
 
   /// Listens on a path, whose stale socket file is removed, or without one on a free port of 127.0.0.1.
   explicit StandInAgent(std::string socketPath = {});
-  ~StandInAgent();
+  ~StandInAgent() { die(); }
   StandInAgent(const StandInAgent&) = delete;
   StandInAgent& operator=(const StandInAgent&) = delete;
 
@@ -42,12 +41,8 @@ class StandInAgent {
   /// From now on, each code 7 is answered with a code 8 that carries this payload (which may be empty).
   void answerConfiguration(std::string json);
 
-  /// How many connections were accepted since the beginning, and how many of them are open.
-  [[nodiscard]] int accepted() const;
-  [[nodiscard]] int open() const;
-  [[nodiscard]] bool waitForAccepted(int count) const;
-  [[nodiscard]] bool waitForOpen(int count) const;
-
+  /// Waits until so many connections are open.
+  [[nodiscard]] bool waitForOpen(std::size_t count) const;
   /// What arrived so far, in order.
   [[nodiscard]] std::vector<Received> received() const;
   /// Waits until `condition` holds for what arrived; false when the deadline passes first.
@@ -55,56 +50,38 @@ class StandInAgent {
   /// The first record that fits, arrived already or yet to come.
   [[nodiscard]] std::optional<WireRecord> waitForRecord(const std::function<bool(const WireRecord&)>& fits) const;
 
-  /// What was wrong with the bytes of a client, empty when nothing was. Such a connection is ended.
-  [[nodiscard]] std::string fault() const;
-
   /// Sends to one connection, or to the newest; false when there is none or it broke.
   bool send(const WireImage& image, int connection = kNewest);
   bool sendBytes(std::string_view bytes, int connection = kNewest);
-  /// One byte at a time, each after the client's side has taken the one before.
+  /// One byte at a time to the newest, each after the client's side has taken the one before.
   bool sendByteByByte(std::string_view bytes);
 
-  /// Ends all connections, with an end of stream or with a reset; the listener stays.
-  void dropConnections();
-  void resetConnections();
   /// As if the agent's process had died (the socket file of a path stays) and come back. listen() takes the same URL.
   void die();
   void listen();
 
  private:
-  class Descriptor;
-  struct Connection;
-  using DescriptorPtr = std::shared_ptr<const Descriptor>;
-  using ConnectionPtr = std::shared_ptr<Connection>;
+  struct Connection {
+    int socket;
+    std::string pending{};
+  };
+  using Connections = std::map<int, Connection>;  // by number
 
   void run();
-  void wake() const;
-  /// Returns when the agent's thread holds nothing of what was taken out of the members before the call.
-  void finishRound();
-  void acceptOne(const Descriptor& listener);
-  void readFrom(Connection& connection);
-  void takeImages(Connection& connection);
-  void handle(Connection& connection, WireImage image);
-  void reject(const Connection& connection);
-  void forget(const Connection& connection);
-  [[nodiscard]] ConnectionPtr find(int number) const;
-  template <class Condition>
-  bool waitUntilHolds(Condition condition) const;
+  void accept();
+  [[nodiscard]] bool readFrom(Connections::value_type& connection);
+  [[nodiscard]] bool takeImages(Connections::value_type& connection);
+  [[nodiscard]] int find(int number) const;
 
   const std::string path_;  // empty for TCP
   int port_ = 0;            // TCP: fixed by the first listen()
-  const DescriptorPtr wakeUp_;
+  int listener_ = -1;
 
-  mutable std::mutex mutex_;  // guards everything below; never held while a socket call can block
-  mutable std::condition_variable changed_;
-  DescriptorPtr listener_;
-  std::vector<ConnectionPtr> connections_;
+  mutable std::mutex mutex_;  // guards everything below, also while bytes are sent
+  Connections connections_;
   int accepted_ = 0;
   std::vector<Received> received_;
   std::optional<std::string> configuration_;
-  std::string fault_;
-  unsigned rounds_ = 0;  // how often the agent's thread has looked at the members
-  bool isStopping_ = false;
 
   std::thread thread_;
 };

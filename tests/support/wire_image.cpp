@@ -15,58 +15,38 @@ void appendBlob(std::string& out, std::string_view bytes) {
   out.append(bytes);
 }
 
-/// Takes the parts of an image from its front; after the first part that is missing, every other one is too.
-class Reader {
- public:
-  explicit Reader(std::string_view bytes) : rest_{bytes} {}
+/// The takers remove what they return from the front; beyond the end there is nothing, and nothing is 0.
+std::string_view takeBytes(std::string_view& from, std::size_t size) {
+  const std::string_view taken = from.substr(0, size);
+  from.remove_prefix(taken.size());
+  return taken;
+}
 
-  std::uint32_t number() {
-    const std::string_view bytes = take(4);
-    std::uint32_t value = 0;
-    for (std::size_t i = bytes.size(); i-- > 0;) value = value << 8 | static_cast<unsigned char>(bytes[i]);
-    return value;
-  }
+std::uint32_t takeNumber(std::string_view& from) {
+  const std::string_view bytes = takeBytes(from, 4);
+  std::uint32_t value = 0;
+  for (std::size_t i = bytes.size(); i-- > 0;) value = value << 8 | static_cast<unsigned char>(bytes[i]);
+  return value;
+}
 
-  std::string blob() { return std::string{take(number())}; }
+std::string takeBlob(std::string_view& from) {
+  const std::uint32_t size = takeNumber(from);
+  return std::string{takeBytes(from, size)};
+}
 
-  /// A blob that ends in its only NUL, without it.
-  std::string text() {
-    std::string bytes = blob();
-    if (bytes.find('\0') != bytes.size() - 1) intact_ = false;
-    if (!bytes.empty()) bytes.pop_back();
-    return bytes;
-  }
+/// A blob up to its first NUL.
+std::string takeText(std::string_view& from) {
+  return takeBlob(from).c_str();
+}
 
-  void expect(std::string_view bytes) {
-    if (take(bytes.size()) != bytes) intact_ = false;
-  }
-
-  [[nodiscard]] bool intact() const { return intact_; }
-  [[nodiscard]] bool atEnd() const { return intact_ && rest_.empty(); }
-
- private:
-  std::string_view take(std::size_t size) {
-    if (!intact_ || size > rest_.size()) {
-      intact_ = false;
-      return {};
-    }
-    const std::string_view taken = rest_.substr(0, size);
-    rest_.remove_prefix(size);
-    return taken;
-  }
-
-  std::string_view rest_;
-  bool intact_ = true;
-};
-
-WireRecord readRecord(Reader& reader) {
+WireRecord takeRecord(std::string_view& from) {
   WireRecord record;
-  record.code = static_cast<std::int32_t>(reader.number());
-  record.service = reader.text();
-  record.name = reader.text();
-  record.optionalParam = reader.text();
-  record.payload = reader.blob();
-  record.requestId = static_cast<std::int32_t>(reader.number());
+  record.code = static_cast<std::int32_t>(takeNumber(from));
+  record.service = takeText(from);
+  record.name = takeText(from);
+  record.optionalParam = takeText(from);
+  record.payload = takeBlob(from);
+  record.requestId = static_cast<std::int32_t>(takeNumber(from));
   return record;
 }
 
@@ -88,23 +68,17 @@ std::string encodeImage(const WireImage& image) {
   return bytes + data;
 }
 
-std::optional<std::size_t> announcedLength(std::string_view header) {
-  Reader reader{header};
-  reader.expect(kMagic);
-  const std::size_t length = reader.number();
-  if (!reader.intact() || length < kImageHeaderSize) return std::nullopt;
-  return length;
+std::size_t announcedLength(std::string_view bytes) {
+  return takeBytes(bytes, kMagic.size()) == kMagic ? takeNumber(bytes) : 0;
 }
 
 std::optional<WireImage> decodeImage(std::string_view bytes) {
-  if (announcedLength(bytes.substr(0, kImageHeaderSize)) != bytes.size()) return std::nullopt;
-
-  Reader reader{bytes.substr(kImageHeaderSize)};
-  reader.expect(kFormat);
+  std::string_view rest = bytes;
+  takeBytes(rest, kImageHeaderSize + kFormat.size());
   WireImage image;
-  for (std::uint32_t count = reader.number(); count > 0 && reader.intact(); --count)
-    image.push_back(readRecord(reader));
-  if (!reader.atEnd()) return std::nullopt;
+  for (std::uint32_t count = takeNumber(rest); count > 0 && !rest.empty(); --count) image.push_back(takeRecord(rest));
+  // What was read loosely is what was sent when it has the same bytes.
+  if (encodeImage(image) != bytes) return std::nullopt;
   return image;
 }
 

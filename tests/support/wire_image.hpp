@@ -32,8 +32,8 @@ inline constexpr std::size_t kImageHeaderSize = 8;  // up to and with the total 
 
 std::string encodeImage(const WireImage& image);
 
-/// The total length that an image's first kImageHeaderSize bytes announce; nothing when they begin no image.
-std::optional<std::size_t> announcedLength(std::string_view header);
+/// The total length that an image's first kImageHeaderSize bytes announce; 0 when they begin no image.
+std::size_t announcedLength(std::string_view bytes);
 
 /// Decodes one whole image; nothing when a single byte is not as it must be.
 std::optional<WireImage> decodeImage(std::string_view bytes);
