@@ -9,6 +9,9 @@
  * process's disposition stays as it is. Workers keep the mask of the thread that called ZAL_EventLoop_Run. A thread or
  * program that a callback starts from the loop thread inherits the blocked signal: start it from a worker.
  *
+ * Stop every loop before the process calls exit(), or leave with _exit(): libuv takes its worker pool down at exit, and
+ * a loop that hands over a job at that moment ends the process by a signal.
+ *
  * Null loops, handles and callbacks are refused: a log line where one is named, a null or negative result, no effect.
  */
 #ifndef ZAL_EVENTLOOP_H
