@@ -140,16 +140,6 @@ TEST_F(ClientRequests, ADatasetAnswersTheMembersThatItsFilterLetsThrough) {
   EXPECT_EQ(dataOf(response->payload), R"({"system":{"cpu":{"load":12},"memory":{"free":100}}})");
 }
 
-TEST_F(ClientRequests, MadeByTheClientItselfAreAnsweredToTheAgent) {
-  start();
-
-  ZAL_Client_Command_Request(client_.get(), "svc", "get/local", "uid");
-
-  const auto response = waitForResponse(65535);
-  ASSERT_TRUE(response);
-  EXPECT_EQ(response->name, "get/local");
-}
-
 TEST_F(ClientRequests, EventsCarryTheNameOfTheSystemOrOfTheirService) {
   start();
   const auto makeEvent = [] {

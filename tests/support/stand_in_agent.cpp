@@ -166,13 +166,9 @@ void StandInAgent::run() {
       close(connection->second.socket);
       connections_.erase(connection);
     }
-    if (watched[0].revents != 0) accept();
+    const int accepted = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+    if (accepted >= 0) connections_.emplace(++accepted_, Connection{accepted});
   }
-}
-
-void StandInAgent::accept() {
-  const int socket = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
-  if (socket >= 0) connections_.emplace(++accepted_, Connection{socket});
 }
 
 /// False when nothing more can come, also inside an image: a client that stops may leave half of one behind.

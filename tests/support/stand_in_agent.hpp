@@ -68,7 +68,6 @@ class StandInAgent {
   using Connections = std::map<int, Connection>;  // by number
 
   void run();
-  void accept();
   [[nodiscard]] bool readFrom(Connections::value_type& connection);
   [[nodiscard]] bool takeImages(Connections::value_type& connection);
   [[nodiscard]] int find(int number) const;
