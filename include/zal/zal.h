@@ -10,6 +10,7 @@
 #include <zal/zal_message.h>
 #include <zal/zal_object.h>
 #include <zal/zal_runtime.h>
+#include <zal/zal_system.h>
 #include <zal/zal_tpl.h>
 #include <zal/zal_uri.h>
 

@@ -1,0 +1,149 @@
+/*
+ * The device seen through Linux: processors, processes, interrupts, memory and uptime, sockets and their owners, names
+ * of addresses and ports, and the public address.
+ *
+ * Everything is read at the call, from proc(5) and sysfs(5); nothing is watched. Tables that a function allocates are
+ * the caller's, who frees them with free(). Results and outputs are not null unless a comment says otherwise.
+ */
+#ifndef ZAL_SYSTEM_H
+#define ZAL_SYSTEM_H
+
+#include <cjson/cJSON.h>
+#include <stddef.h>
+#include <stdint.h>
+
+#include <zal/zal_export.h>
+#include <zal/zal_object.h>
+
+ZAL_BEGIN_DECLS
+
+/* ---- Processors ------------------------------------------------------------------------------------------------ */
+
+/** Processors that are handled; those beyond are not seen. */
+#define ZAL_CPU_MAX 16
+
+/** Time counters of one processor since boot, in clock ticks. */
+typedef struct {
+  uint8_t valid; /**< 1 when the system reports the processor */
+  uint64_t idle;
+  uint64_t user;
+  uint64_t system;
+  uint64_t nice;
+  uint64_t iowait;
+  uint64_t irq;
+  uint64_t softirq;
+  uint64_t steal;
+} ZAL_CpuStat;
+ZAL_FROZEN_SIZE(ZAL_CpuStat, 72, 72);
+
+/** Load of one processor, in percent, cut to hundredths. */
+typedef struct {
+  double usage; /**< all that is not idle */
+  double user;
+  double system;
+  double iowait;
+  double irq;
+  double softirq;
+  uint8_t valid; /**< 1 when the second sample had the processor */
+} ZAL_CpuLoad;
+ZAL_FROZEN_SIZE(ZAL_CpuLoad, 56, 56);
+
+/** Load of all processors. */
+typedef struct {
+  uint8_t numCpus;
+  ZAL_CpuLoad cpu[ZAL_CPU_MAX]; /**< in the order of the processors */
+} ZAL_CpuSummary;
+ZAL_FROZEN_SIZE(ZAL_CpuSummary, 904, 904);
+
+/* ---- Processes ------------------------------------------------------------------------------------------------- */
+
+/** Processes that a table holds at most. */
+#define ZAL_PROCESSES_MAX 200
+
+/** One process. */
+typedef struct {
+  int32_t pid;
+  char comm[16];     /**< command name */
+  char cmdline[256]; /**< first argument of the command line; empty when it cannot be read */
+  float cpuUsage;    /**< percent of one processor; filled by ZAL_GetProcessSummary alone */
+  uint32_t utime;    /**< user time, clock ticks */
+  uint32_t stime;    /**< system time, clock ticks */
+  uint32_t vsize;    /**< virtual size: 1000 for each KiB */
+  uint32_t rss;      /**< resident size, KiB */
+  int32_t threads;
+  char state; /**< letter; ZAL_ConvertStateToString names it */
+} ZAL_ProcessInfo;
+ZAL_FROZEN_SIZE(ZAL_ProcessInfo, 304, 304);
+
+/* ---- Interrupts ------------------------------------------------------------------------------------------------ */
+
+/** Lines of the interrupt table that are kept; those beyond are reported on standard error and skipped. */
+#define ZAL_INTERRUPTS_MAX_TYPES 120
+/** Processors whose interrupts are counted. */
+#define ZAL_INTERRUPTS_MAX_CPUS 8
+
+/** Interrupts of one processor. */
+typedef struct {
+  uint8_t present; /**< 1 when the table has a column for it */
+  uint32_t count;
+} ZAL_InterruptCpu;
+ZAL_FROZEN_SIZE(ZAL_InterruptCpu, 8, 8);
+
+/** One line of the interrupt table. */
+typedef struct {
+  uint32_t count[ZAL_INTERRUPTS_MAX_CPUS];
+  char name[10];        /**< label, for example the interrupt number */
+  char description[96]; /**< controller, trigger, device */
+} ZAL_InterruptType;
+ZAL_FROZEN_SIZE(ZAL_InterruptType, 140, 140);
+
+/** Interrupt counters; zeroed by the caller before the first call. */
+typedef struct {
+  uint32_t totalInterrupts;
+  uint32_t contextSwitches;
+  ZAL_InterruptCpu cpu[ZAL_INTERRUPTS_MAX_CPUS];
+  ZAL_InterruptType types[ZAL_INTERRUPTS_MAX_TYPES];
+} ZAL_InterruptInfo;
+ZAL_FROZEN_SIZE(ZAL_InterruptInfo, 16872, 16872);
+
+/* ---- Memory and uptime ----------------------------------------------------------------------------------------- */
+
+/** Memory of the device, in kB as meminfo counts them (1024 bytes). */
+typedef struct {
+  uint64_t total;
+  uint64_t free;
+  uint64_t available;
+} ZAL_MemoryInfo;
+ZAL_FROZEN_SIZE(ZAL_MemoryInfo, 24, 24);
+
+/* ---- Addresses, ports and sockets ------------------------------------------------------------------------------ */
+
+/** Entries of a socket table. */
+#define ZAL_PROC_SOCKET_ENTRIES 300
+/** Sockets of one entry. */
+#define ZAL_PROC_SOCKETS 200
+
+/** One end of a connection, filled by the application. */
+typedef struct {
+  int32_t port;
+  uint8_t reserved[16]; /**< not read */
+  char address[46];
+  char addressV6[46]; /**< empty when there is none */
+  char name[256];     /**< for example what ZAL_ConvertDotAddressToDescription gives */
+} ZAL_AddressInfo;
+ZAL_FROZEN_SIZE(ZAL_AddressInfo, 368, 368);
+
+/** One process and its sockets. */
+typedef struct {
+  int32_t pid;                            /**< 0 ends the table */
+  uint32_t sockets[ZAL_PROC_SOCKETS];     /**< inode numbers in the order found; 0 in the slots beyond */
+  uint32_t socketTimes[ZAL_PROC_SOCKETS]; /**< change time of each socket's descriptor link, seconds */
+  char name[64];                          /**< command name */
+} ZAL_ProcSocketEntry;
+ZAL_FROZEN_SIZE(ZAL_ProcSocketEntry, 1668, 1668);
+
+/* ---- Public address -------------------------------------------------------------------------------------------- */
+
+ZAL_END_DECLS
+
+#endif
