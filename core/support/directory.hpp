@@ -13,8 +13,11 @@ class Directory {
   explicit Directory(const char* path) noexcept : stream_{opendir(path)} {}
 
   [[nodiscard]] bool isOpen() const noexcept { return stream_ != nullptr; }
-  /// The next entry, valid until the next call; null at the end. The directory must be open.
-  [[nodiscard]] const dirent* next() const noexcept { return readdir(stream_.get()); }
+  /// The next entry, valid until the next call; null at the end. The directory must be open. On 32-bit machines
+  /// readdir() would fail at an inode number of 64 bits.
+  [[nodiscard]] const dirent64* next() const noexcept { return readdir64(stream_.get()); }
+  /// For openat(2) and its like, which then see this directory whatever its path names meanwhile.
+  [[nodiscard]] int descriptor() const noexcept { return dirfd(stream_.get()); }
 
  private:
   struct Close {
