@@ -1,5 +1,6 @@
 // What the library asks of the host: bounded strings, the clock, sleep, system names, random bytes and sysfs
-// attributes. Every function is for any thread. Whole files and host lookups are in zal_utils.cpp.
+// attributes. Every function is for any thread. Uptime and memory have a room of their own, zal_osl/memory_uptime.cpp;
+// whole files and host lookups are in zal_utils.cpp.
 #include <zal/zal_runtime.h>
 
 #include <fcntl.h>

@@ -116,6 +116,45 @@ typedef struct {
 } ZAL_MemoryInfo;
 ZAL_FROZEN_SIZE(ZAL_MemoryInfo, 24, 24);
 
+/**
+ * Gives the time since boot.
+ *
+ * Units:   seconds, to the nearest single-precision number: about 7 digits.
+ * Errors:  -1, with a line on standard error, when "/proc/uptime" cannot be opened. Nothing is stored then, nor when
+ * the file holds no number. Null does nothing. Threads: any. Source:  proc(5), read without regard to the locale.
+ *
+ * @return 0, or -1
+ */
+ZAL_EXPORT int ZAL_GetUptimeFloat(float* seconds) ZAL_NOEXCEPT;
+
+/** ZAL_GetUptimeFloat under another name. */
+ZAL_EXPORT int ZAL_GetUpTimerFloat(float* seconds) ZAL_NOEXCEPT;
+
+/**
+ * Gives the time since boot in milliseconds.
+ *
+ * Units:   milliseconds, computed in single precision: they step by 1 in the first hours, by 32 after four days, and by
+ *          a second after 100 days.
+ * Errors:  0 is stored when the time cannot be read, which is told on standard error as by ZAL_GetUptimeFloat. Null
+ * does nothing. Threads: any.
+ *
+ * @return 0 in every case
+ */
+ZAL_EXPORT int ZAL_GetUptime(uint64_t* milliseconds) ZAL_NOEXCEPT;
+
+/** ZAL_GetUptime under another name. */
+ZAL_EXPORT int ZAL_GetUpTime(uint64_t* milliseconds) ZAL_NOEXCEPT;
+
+/**
+ * Reads the memory figures of the device.
+ *
+ * Errors:  a figure that "/proc/meminfo" lacks is left as it was, as "available" on kernels before 3.14; so are all
+ * when the file cannot be read. Null does nothing. Threads: any. Source:  proc(5), the first 4095 bytes of the file.
+ *
+ * @return 0 in every case
+ */
+ZAL_EXPORT int ZAL_Osl_GetMemoryInfo(ZAL_MemoryInfo* info) ZAL_NOEXCEPT;
+
 /* ---- Addresses, ports and sockets ------------------------------------------------------------------------------ */
 
 /** Entries of a socket table. */

@@ -1,12 +1,18 @@
 #include <zal/zal_runtime.h>
+#include <zal/zal_system.h>
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
+#include <cmath>
+#include <fstream>
+#include <limits>
+#include <optional>
 #include <string>
 #include <tuple>
 
+#include "base/zal_osl/memory_uptime.hpp"
 #include "tests/support/temp_dir.hpp"
 
 namespace {
@@ -57,6 +63,76 @@ TEST(SysfsAttribute, HoldsOneNumber) {
     writeFile(dir.file("state"), text);
     EXPECT_EQ(get(dir.path()), (std::pair{0, expected})) << text;
   }
+}
+
+TEST(Uptime, IsTheFirstNumberOfItsFileInSinglePrecision) {
+  using Row = std::pair<std::string, std::optional<float>>;
+  for (const auto& [text, expected] : {Row{"350735.47 234388.90\n", 350735.46875F},
+                                       {" 0.25", 0.25F},
+                                       {"7,5 1\n", 7.F},
+                                       {"", std::nullopt},
+                                       {"up 5", std::nullopt}})
+    EXPECT_EQ(zal::osl::uptimeIn(text), expected) << text;
+  EXPECT_EQ(zal::osl::uptimeIn(std::string_view{"12.5", 2}), 12.F) << "what is behind the text does not count";
+
+  constexpr float kHuge = std::numeric_limits<float>::max();
+  for (const auto& [seconds, expected] :
+       {std::pair{350735.46875F, 350735456ULL}, {0.9994F, 999ULL}, {-1.F, 0ULL}, {std::nanf(""), 0ULL}})
+    EXPECT_EQ(zal::osl::toMilliseconds(seconds), expected) << seconds;
+  EXPECT_GT(zal::osl::toMilliseconds(kHuge), 1ULL << 62);
+}
+
+TEST(Uptime, IsThatOfThisMachine) {
+  const auto now = [] {
+    float seconds = -1;
+    std::ifstream{"/proc/uptime"} >> seconds;
+    return seconds;
+  };
+  for (const auto& [inSeconds, inMilliseconds] :
+       {std::pair{&ZAL_GetUptimeFloat, &ZAL_GetUptime}, {&ZAL_GetUpTimerFloat, &ZAL_GetUpTime}}) {
+    float seconds = -1;
+    std::uint64_t milliseconds = 7;
+    const float before = now();
+    EXPECT_EQ(inSeconds(&seconds), 0);
+    EXPECT_EQ(inMilliseconds(&milliseconds), 0);
+    const float after = now();
+    EXPECT_TRUE(before <= seconds && seconds <= after) << before << ' ' << seconds << ' ' << after;
+    EXPECT_GE(milliseconds, zal::osl::toMilliseconds(seconds));
+    EXPECT_LE(milliseconds, zal::osl::toMilliseconds(after));
+    EXPECT_EQ(inSeconds(nullptr), 0);
+    EXPECT_EQ(inMilliseconds(nullptr), 0);
+  }
+}
+
+TEST(MemoryFigures, StayAsTheyWereWhereTheTextHasNone) {
+  const std::string old = "MemTotal:         998380 kB\nMemFree:          123456 kB\nBuffers:           1 kB\n";
+  const std::string recent = old + "MemAvailable:   98765432 kB\n";
+  using Figures = std::array<std::uint64_t, 3>;
+  const std::pair<std::string, Figures> cases[] = {{recent, {998380, 123456, 98765432}},
+                                                   {old, {998380, 123456, 3}},
+                                                   {"\nMemAvailable:5", {1, 2, 5}},
+                                                   {"MemTotal:    1", {1, 2, 3}},
+                                                   {"MemTotal:       ", {1, 2, 3}},
+                                                   {"MemTotal:       many kB\nMemFree", {1, 2, 3}},
+                                                   {"", {1, 2, 3}}};
+  for (const auto& [text, expected] : cases) {
+    ZAL_MemoryInfo info{1, 2, 3};
+    zal::osl::readMemory(text, info);
+    EXPECT_EQ((Figures{info.total, info.free, info.available}), expected) << text;
+  }
+}
+
+TEST(MemoryFigures, AreThoseOfThisMachine) {
+  std::uint64_t total = 0;
+  std::string label;
+  std::ifstream{"/proc/meminfo"} >> label >> total;
+
+  ZAL_MemoryInfo info{};
+  EXPECT_EQ(ZAL_Osl_GetMemoryInfo(&info), 0);
+  EXPECT_EQ(info.total, total);
+  EXPECT_TRUE(0 < info.free && info.free <= total);
+  EXPECT_TRUE(0 < info.available && info.available <= total);
+  EXPECT_EQ(ZAL_Osl_GetMemoryInfo(nullptr), 0);
 }
 
 }  // namespace
