@@ -55,6 +55,78 @@ typedef struct {
 } ZAL_CpuSummary;
 ZAL_FROZEN_SIZE(ZAL_CpuSummary, 904, 904);
 
+/**
+ * Counts the online processors.
+ *
+ * Threads: any thread.
+ * Source:  sysconf(3), _SC_NPROCESSORS_ONLN.
+ *
+ * @return the number, at most ZAL_CPU_MAX
+ */
+ZAL_EXPORT int ZAL_GetNumOfCpu(void) ZAL_NOEXCEPT;
+
+/**
+ * Reads the time that all processors together spent since boot. `total` counts user, nice, system, idle, iowait, irq,
+ * softirq and steal; guest time is part of user time.
+ *
+ * Threads: any thread.
+ * Units:   clock ticks; either output may be null.
+ * Errors:  the file cannot be opened or read: both 0, and a log line. Counters that the line lacks count as 0.
+ * Source:  the first line of /proc/stat, proc(5).
+ */
+ZAL_EXPORT void ZAL_GetTotalCpuTime(uint64_t* total, uint64_t* idle) ZAL_NOEXCEPT;
+
+/**
+ * Reads the time counters of each processor, ZAL_GetNumOfCpu records in the order of the processors. Only the first
+ * 1023 bytes of the file are seen; a counter that they cut in two counts with the digits that are there.
+ *
+ * Ownership: the array in `stats` is the caller's.
+ * Threads:   any thread.
+ * Shape:     room for ZAL_CPU_MAX records, those behind the last processor zero.
+ * Errors:    a processor that is not found stays zero, with `valid` 0; a file that cannot be opened leaves all of them
+ *            so and is reported on standard error.
+ * Source:    the lines "cpu0", "cpu1" ... of /proc/stat, proc(5).
+ *
+ * @return 0; -1, with null in `stats`, when memory runs out
+ */
+ZAL_EXPORT int ZAL_GetCpuStat(ZAL_CpuStat** stats) ZAL_NOEXCEPT;
+
+/**
+ * Measures the load of each processor for half a second, in which the calling thread sleeps. Each share is cut to
+ * hundredths and kept within 0 and 100, since a kernel may take back some of a counter.
+ *
+ * A processor without a tick between the samples has all shares 0, as has one that left in between; one that joined in
+ * between shows its load since boot. Entries from `numCpus` on are zero.
+ *
+ * Threads: any thread.
+ * Errors:  as ZAL_GetCpuStat.
+ */
+ZAL_EXPORT void ZAL_GetCpuSummary(ZAL_CpuSummary* summary) ZAL_NOEXCEPT;
+
+/**
+ * Reads the current frequency of a processor. Every index, valid or not, gives the frequency of policy 0, which governs
+ * all processors of a device with one clock. Where processors have policies of their own, read
+ * /sys/devices/system/cpu/cpuN/cpufreq/scaling_cur_freq for the others.
+ *
+ * Threads: any thread.
+ * Units:   MHz, without the rest in kHz.
+ * Source:  /sys/devices/system/cpu/cpufreq/policy0/scaling_cur_freq, the cpufreq documentation of the kernel.
+ *
+ * @return the frequency; 0 when the file cannot be opened or read or holds no number of 32 bits
+ */
+ZAL_EXPORT uint32_t ZAL_GetCpuFrequency(int index) ZAL_NOEXCEPT;
+
+/**
+ * Reads the frequency of every configured processor, online or not, with ZAL_GetCpuFrequency.
+ *
+ * Threads: any thread.
+ * Shape:   `list` has room for ZAL_CPU_MAX entries.
+ * Units:   kHz in whole MHz: the last three digits are 0.
+ *
+ * @return the number of entries filled; below 1, with none filled, what sysconf(3) said of _SC_NPROCESSORS_CONF
+ */
+ZAL_EXPORT int ZAL_GetCpuFreqList(uint32_t* list) ZAL_NOEXCEPT;
+
 /* ---- Processes ------------------------------------------------------------------------------------------------- */
 
 /** Processes that a table holds at most. */

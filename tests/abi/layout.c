@@ -39,3 +39,24 @@ ZAL_FROZEN_OFFSET(tpl_hook_record, realloc_fn, 8, 16);
 ZAL_FROZEN_OFFSET(tpl_hook_record, free_fn, 12, 24);
 ZAL_FROZEN_OFFSET(tpl_hook_record, fatal_fn, 16, 32);
 ZAL_FROZEN_OFFSET(tpl_hook_record, gather_limit, 20, 40);
+
+ZAL_FROZEN_OFFSET(ZAL_CpuStat, valid, 0, 0);
+ZAL_FROZEN_OFFSET(ZAL_CpuStat, idle, 8, 8);
+ZAL_FROZEN_OFFSET(ZAL_CpuStat, user, 16, 16);
+ZAL_FROZEN_OFFSET(ZAL_CpuStat, system, 24, 24);
+ZAL_FROZEN_OFFSET(ZAL_CpuStat, nice, 32, 32);
+ZAL_FROZEN_OFFSET(ZAL_CpuStat, iowait, 40, 40);
+ZAL_FROZEN_OFFSET(ZAL_CpuStat, irq, 48, 48);
+ZAL_FROZEN_OFFSET(ZAL_CpuStat, softirq, 56, 56);
+ZAL_FROZEN_OFFSET(ZAL_CpuStat, steal, 64, 64);
+
+ZAL_FROZEN_OFFSET(ZAL_CpuLoad, usage, 0, 0);
+ZAL_FROZEN_OFFSET(ZAL_CpuLoad, user, 8, 8);
+ZAL_FROZEN_OFFSET(ZAL_CpuLoad, system, 16, 16);
+ZAL_FROZEN_OFFSET(ZAL_CpuLoad, iowait, 24, 24);
+ZAL_FROZEN_OFFSET(ZAL_CpuLoad, irq, 32, 32);
+ZAL_FROZEN_OFFSET(ZAL_CpuLoad, softirq, 40, 40);
+ZAL_FROZEN_OFFSET(ZAL_CpuLoad, valid, 48, 48);
+
+ZAL_FROZEN_OFFSET(ZAL_CpuSummary, numCpus, 0, 0);
+ZAL_FROZEN_OFFSET(ZAL_CpuSummary, cpu, 8, 8);
