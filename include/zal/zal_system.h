@@ -157,15 +157,15 @@ ZAL_FROZEN_SIZE(ZAL_ProcessInfo, 304, 304);
 /** Interrupts of one processor. */
 typedef struct {
   uint8_t present; /**< 1 when the table has a column for it */
-  uint32_t count;
+  uint32_t count;  /**< sum of its column, over all readings */
 } ZAL_InterruptCpu;
 ZAL_FROZEN_SIZE(ZAL_InterruptCpu, 8, 8);
 
 /** One line of the interrupt table. */
 typedef struct {
   uint32_t count[ZAL_INTERRUPTS_MAX_CPUS];
-  char name[10];        /**< label, for example the interrupt number */
-  char description[96]; /**< controller, trigger, device */
+  char name[10];        /**< label, for example the interrupt number, with the blanks before it */
+  char description[96]; /**< controller, trigger, device; empty when the line has none */
 } ZAL_InterruptType;
 ZAL_FROZEN_SIZE(ZAL_InterruptType, 140, 140);
 
@@ -177,6 +177,54 @@ typedef struct {
   ZAL_InterruptType types[ZAL_INTERRUPTS_MAX_TYPES];
 } ZAL_InterruptInfo;
 ZAL_FROZEN_SIZE(ZAL_InterruptInfo, 16872, 16872);
+
+/**
+ * Reads the interrupt table. Line n after the header fills entry n - 1, the processors with a column are marked, and
+ * the counters are added to those of the processors and to `totalInterrupts`: with each call on the same record the
+ * sums grow by a whole reading, while the entries are replaced.
+ *
+ * Units:   interrupts since boot, the low 32 bits of every count. A line without a counter for a column counts 0 there;
+ *          signs are not read. `totalInterrupts` grows by count[0] to count[columns - 1] of every entry: it misses a
+ *          processor whose number is not below the number of columns, since one before it is offline.
+ * Limits:  the first 10239 bytes of the table; a line that is cut there is read as it is. Lines beyond
+ *          ZAL_INTERRUPTS_MAX_TYPES are reported on standard error, one by one; entries that no line fills stay.
+ * Errors:  -1 for null, and when the table cannot be read, which is told on standard output.
+ * Threads: any, one for a record. Sets the numeric locale of the process from its environment (setlocale(3)), so no
+ *          other thread may format or read numbers by the locale meanwhile. The library itself reads and writes numbers
+ *          the same way in every locale.
+ * Source:  "/proc/interrupts", proc(5).
+ *
+ * @return 0, or -1
+ */
+ZAL_EXPORT int ZAL_GetInterruptCount(ZAL_InterruptInfo* info) ZAL_NOEXCEPT;
+
+/**
+ * Stores the totals of interrupts and context switches since boot in `totalInterrupts` and `contextSwitches`.
+ *
+ * Units:   the low 32 bits of each.
+ * Errors:  -1 for null. When "/proc/stat" cannot be opened, that is told on standard error; a total that the file lacks
+ *          is left as it was.
+ * Threads: any, one for a record.
+ * Source:  proc(5).
+ *
+ * @return 0, or -1
+ */
+ZAL_EXPORT int ZAL_GetProcStatInfo(ZAL_InterruptInfo* info) ZAL_NOEXCEPT;
+
+/**
+ * Finds the interrupt number of a serial port, as text.
+ *
+ * A line of the driver's table is about `port` when `port` begins with what stands before its ":", a number as in "0".
+ * The last such line wins: "10" meets those of 1 and of 10.
+ *
+ * Ownership: `text` is the caller's and gets what the line says up to a blank, with a terminator: a few characters, and
+ *            never more than 1024.
+ * Errors:    -1 for null, and when the table cannot be opened, which is told on standard error. A port that is not
+ * found leaves `text` alone. Threads:   any. Reading the table may need privileges. Source: "/proc/tty/driver/serial".
+ *
+ * @return 0, or -1
+ */
+ZAL_EXPORT int ZAL_GetProcSerialIrqNum(const char* port, char* text) ZAL_NOEXCEPT;
 
 /* ---- Memory and uptime ----------------------------------------------------------------------------------------- */
 

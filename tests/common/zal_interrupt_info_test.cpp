@@ -1,0 +1,231 @@
+#include "common/zal_interrupt_info.hpp"
+
+#include <zal/zal_log.h>
+#include <zal/zal_object.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <clocale>
+#include <cstdlib>
+#include <fstream>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "support/line_reader.hpp"
+#include "support/memory.hpp"
+#include "tests/support/log_capture.hpp"
+#include "tests/support/temp_dir.hpp"
+
+namespace {
+
+using namespace zal::test;
+using zal::interrupts::Processors;
+
+constexpr const char* kGateway =
+    "           CPU0       CPU1       CPU2       CPU3       \n"
+    " 24:          1          2          3          4     GICv2  30 Level     arch_timer\n"
+    "151:         50          0          0 4294967290     GICv2  66 Edge      ttyS0, uart\n"
+    "\n"
+    "a line of another kind\n"
+    "ERR:          7\n";
+
+using Counters = std::vector<std::uint32_t>;
+Counters countersOf(const ZAL_InterruptType& type, std::size_t processors = 4) {
+  return {type.count, type.count + processors};
+}
+
+std::unique_ptr<ZAL_InterruptInfo> read(std::string_view text, Processors processors) {
+  auto info = std::make_unique<ZAL_InterruptInfo>();
+  zal::interrupts::readTable(text, processors, *info);
+  return info;
+}
+
+TEST(InterruptTable, HasAnEntryForEachLineAndASumForEachColumn) {
+  const auto info = read(kGateway, {4, 4});
+  EXPECT_STREQ(info->types[0].name, " 24");
+  EXPECT_STREQ(info->types[0].description, "GICv2  30 Level     arch_timer");
+  EXPECT_EQ(countersOf(info->types[0], 8), (Counters{1, 2, 3, 4, 0, 0, 0, 0}));
+  EXPECT_EQ(countersOf(info->types[1]), (Counters{50, 0, 0, 4294967290}));
+  EXPECT_STREQ(info->types[2].name, "") << "an empty line has an index, but no entry";
+  EXPECT_STREQ(info->types[3].name, "") << "so has a line without a label";
+  EXPECT_STREQ(info->types[4].name, "ERR");
+  EXPECT_STREQ(info->types[4].description, "");
+  EXPECT_EQ(countersOf(info->types[4]), (Counters{7, 0, 0, 0}));
+  EXPECT_EQ(info->cpu[0].count, 58U);
+  EXPECT_EQ(info->cpu[3].count, 4294967294U);
+  EXPECT_EQ(info->cpu[4].present, 0);
+  EXPECT_EQ(info->totalInterrupts, 61U) << "58 + 2 + 3 - 2: sums have 32 bits";
+
+  const char* const withoutProcessors1And3 =
+      "           CPU0       CPU2\n 24:         11         33     GICv2\nERR:          1\n";
+  zal::interrupts::readTable(withoutProcessors1And3, {2, 4}, *info);
+  EXPECT_EQ(countersOf(info->types[0]), (Counters{11, 0, 33, 0}));
+  EXPECT_STREQ(info->types[1].description, "") << "nothing of the interrupt that was here before";
+  EXPECT_EQ(info->cpu[1].present, 0);
+  EXPECT_EQ(info->cpu[2].count, 3U + 33U) << "sums go on";
+  EXPECT_EQ(info->totalInterrupts, 61U + 11U + 1U + 7U) << "the first two counters of every entry";
+}
+
+TEST(InterruptTable, TakesAnyTextAndNoMoreThanEightProcessors) {
+  std::string text;
+  std::string line = "\n 1:";
+  for (int k = 0; k < 12; ++k) {
+    text += "   CPU" + std::to_string(k);
+    line += std::string(10, ' ') + std::to_string(k % 10);
+  }
+  const auto many = read(text + line + "  chip", {12, 12});
+  EXPECT_EQ(countersOf(many->types[0], 8), (Counters{0, 1, 2, 3, 4, 5, 6, 7}));
+  EXPECT_STREQ(many->types[0].description, "8          9          0          1  chip");
+  EXPECT_EQ(read(text + line, {3, 12})->cpu[3].present, 0) << "as many columns as processors are online";
+  EXPECT_EQ(countersOf(read(text + line, {12, 2})->types[0], 3), (Counters{0, 1, 0}));
+
+  const std::string longLine = std::string(300, 'n') + ":" + std::string(300, '9') + std::string(300, 'd');
+  const auto hostile = read("CPU0 CPU0 CPU CPU99999999999999999999 CPU-1 CPU1 CPU8\n" + longLine +
+                                "\n:\n 2: 4294967297 18446744073709551616 7\n 3: -1 5",
+                            {64, 64});
+  EXPECT_EQ(std::string(hostile->types[0].name), std::string(9, 'n'));
+  EXPECT_EQ(std::string(hostile->types[0].description), std::string(95, '9'));
+  EXPECT_EQ(countersOf(hostile->types[2], 2), (Counters{1, 0}));
+  EXPECT_EQ(countersOf(hostile->types[3], 2), (Counters{0, 0}));
+  for (const std::string_view none : {std::string_view{}, std::string_view{"\n\n"}, std::string_view{kGateway, 60}})
+    EXPECT_EQ(read(none, {4, 4})->totalInterrupts, 0U);
+  EXPECT_EQ(read({kGateway, 72}, {4, 4})->types[0].count[0], 1U) << "cut behind the first counter";
+  EXPECT_EQ(read(kGateway, {-1, -1})->totalInterrupts, 0U);
+}
+
+TEST(InterruptTable, ReportsEachLineThatFindsNoEntry) {
+  std::string text = "           CPU0\n";
+  for (int i = 0; i < 122; ++i) text += std::to_string(i) + ":          2  chip\n";
+  const LogCapture log;
+  const auto info = read(text, {1, 1});
+  EXPECT_STREQ(info->types[119].name, "119");
+  EXPECT_EQ(info->totalInterrupts, 240U);
+  EXPECT_EQ(log.text(),
+            "ZAL_GetInterruptCount: interrupt_idx (120) exceeded ZAL_INTERRUPTS_MAX_TYPES\n"
+            "ZAL_GetInterruptCount: interrupt_idx (121) exceeded ZAL_INTERRUPTS_MAX_TYPES\n");
+}
+
+TEST(InterruptTable, IsLoggedLineByLineForDebugging) {
+  ZAL_Log_SetLevel(ZAL_LOG_DEBUG);
+  const LogCapture log;
+  static_cast<void>(read("           CPU0       CPU1\n  7:          5          6  chip\nERR:          1\n", {2, 2}));
+  std::size_t at = 0;
+  for (const char* const part :
+       {": ZAL_GetInterruptCount: added new interrupt_ to idx  0 (chip)\n",
+        ": line   2: (          5          6  chip) ", ": 5 ", ": 6 ", ": \n", ": line   3: (          1) ", ": 1 ",
+        ": 0 ", ": \n", ": after 4 lines, total 12\n\n\n"}) {
+    at = log.text().find(part, at);
+    ASSERT_NE(at, std::string::npos) << part << " in " << log.text();
+  }
+}
+
+TEST(InterruptTable, IsThatOfThisMachine) {
+  std::ifstream file{"/proc/interrupts"};
+  if (!file) GTEST_SKIP() << "no interrupt table here";
+  std::string header;
+  std::string label;
+  std::uint32_t counted = 0;
+  std::getline(file, header);
+  file >> label >> counted;
+  const auto info = std::make_unique<ZAL_InterruptInfo>();
+  ASSERT_EQ(ZAL_GetInterruptCount(info.get()), 0);
+
+  EXPECT_THAT(info->types[0].name, ::testing::EndsWith(label.substr(0, label.find(':'))));
+  EXPECT_GE(info->types[0].count[0], counted);
+  const auto first = *info;
+  ASSERT_EQ(ZAL_GetInterruptCount(info.get()), 0);
+  for (std::size_t k = 0; k < std::size(info->cpu); ++k) {
+    std::uint32_t sum = first.cpu[k].count;
+    for (const ZAL_InterruptType& type : info->types) sum += type.count[k];
+    EXPECT_EQ(info->cpu[k].count, sum) << "the second reading is added, processor " << k;
+  }
+  EXPECT_EQ(ZAL_GetInterruptCount(nullptr), -1);
+}
+
+TEST(InterruptTotals, ComeFromTheirTwoLinesHoweverLongOthersAre) {
+  const TempDir dir;
+  std::string interrupts = "intr 4294967298";
+  while (interrupts.size() < 40000) interrupts += " 0";
+  writeFile(dir.file("stat"), "cpu  1 2 3\nctxtra 1\n" + interrupts + "\nctxt 77\nbtime 1\n");
+  zal::LineReader<1024> file{dir.file("stat").c_str()};
+  ZAL_InterruptInfo info{};
+  int lines = 1;
+  for (auto line = file.next(); line && !zal::interrupts::readStatLine(*line, info); line = file.next()) ++lines;
+  EXPECT_EQ(lines, 4);
+  EXPECT_EQ(info.totalInterrupts, 2U) << "the low 32 bits";
+  EXPECT_EQ(info.contextSwitches, 77U);
+  EXPECT_TRUE(zal::interrupts::readStatLine("ctxt ", info)) << "without a number nothing is stored";
+  EXPECT_EQ(info.contextSwitches, 77U);
+  EXPECT_FALSE(zal::LineReader<1024>{dir.file("missing").c_str()}.next());
+}
+
+TEST(InterruptTotals, AreThoseOfThisMachine) {
+  const auto switches = [] {
+    std::ifstream file{"/proc/stat"};
+    for (std::string line; std::getline(file, line);)
+      if (line.rfind("ctxt ", 0) == 0) return static_cast<std::uint32_t>(std::stoull(line.substr(5)));
+    return 0U;
+  };
+  ZAL_InterruptInfo info{};
+  const std::uint32_t before = switches();
+  EXPECT_EQ(ZAL_GetProcStatInfo(&info), 0);
+  EXPECT_LE(info.contextSwitches - before, switches() - before);
+  EXPECT_EQ(ZAL_GetProcStatInfo(nullptr), -1);
+}
+
+TEST(SerialInterrupt, StandsInTheLinesWhoseLabelBeginsThePort) {
+  struct Case {
+    const char* line;
+    const char* port;
+    std::optional<std::string_view> interrupt;
+  };
+  for (const auto& [line, port, interrupt] : {Case{"0: uart:16550A port:000003F8 irq:26 tx:218 rx:0", "0", "26"},
+                                              {"1: uart:16550A irq:3", "10", "3"},
+                                              {"10: irq:3 tx:0", "1", std::nullopt},
+                                              {"serinfo:1.0 driver revision:", "serinfo", std::nullopt},
+                                              {"0: uart:unknown", "0", std::nullopt},
+                                              {"0 irq", "0", std::nullopt},
+                                              {"0: irq:", "0", ""},
+                                              {"", "0", std::nullopt}})
+    EXPECT_EQ(zal::interrupts::serialInterrupt(line, port), interrupt) << line;
+}
+
+TEST(SerialInterrupt, IsReadFromTheDriversTable) {
+  const bool isThere = std::ifstream{"/proc/tty/driver/serial"}.is_open();
+  const LogCapture log;
+  std::array<char, 1024> text{"unchanged"};
+  EXPECT_EQ(ZAL_GetProcSerialIrqNum("no such port", text.data()), isThere ? 0 : -1);
+  EXPECT_STREQ(text.data(), "unchanged");
+  EXPECT_EQ(log.text(), isThere ? "" : "Could not open /proc/tty/driver/serial\n");
+  EXPECT_EQ(ZAL_GetProcSerialIrqNum(nullptr, text.data()), -1);
+  EXPECT_EQ(ZAL_GetProcSerialIrqNum("0", nullptr), -1);
+}
+
+// Reading the table sets the numeric locale: numbers of JSON keep their point where the environment wants a comma.
+TEST(NumericLocale, OfTheEnvironmentIsSetAndLeavesJsonAlone) {
+  const TempDir dir;
+  const std::string make = "localedef -i de_DE -f UTF-8 " + dir.file("comma.UTF-8") + " >/dev/null 2>&1";
+  static_cast<void>(std::system(make.c_str()));
+  setenv("LOCPATH", dir.path().c_str(), 1);
+  setenv("LC_ALL", "comma.UTF-8", 1);
+  ZAL_InterruptInfo info{};
+  static_cast<void>(ZAL_GetInterruptCount(&info));
+  if (std::string{std::localeconv()->decimal_point} != ",") GTEST_SKIP() << "no locale with a comma can be made here";
+
+  const std::string json = "{\"measured\":1.5}";
+  const ZAL_ObjectHandle object = ZAL_Object_CreateFromJson(json.c_str(), json.size());
+  double measured = 0;
+  EXPECT_EQ(ZAL_Object_GetDouble(object, "measured", &measured), 1);
+  EXPECT_EQ(measured, 1.5);
+  ZAL_Object_AddDouble(object, "added", 2.25);
+  const zal::CPtr<char> text{ZAL_Object_DumpOutput(object)};
+  EXPECT_STREQ(text.get(), "{\"measured\":1.5,\"added\":2.250000}");
+  ZAL_Object_Destroy(object);
+}
+
+}  // namespace
