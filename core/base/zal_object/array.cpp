@@ -24,20 +24,19 @@ using zal::object::kArrayKind;
 /// The handle's array when elements can be added to it and taken from it.
 cJSON* writableArray(const Handle* handle) noexcept {
   cJSON* array = arrayOf(handle);
-  return array != nullptr && !zal::object::isReference(*array) ? array : nullptr;
+  return array != nullptr && !zal::isReference(*array) ? array : nullptr;
 }
 
 int append(ZAL_ObjectHandle handle, JsonPtr element) noexcept {
   cJSON* array = writableArray(handle);
-  return array != nullptr && zal::object::addElement(*array, std::move(element)) ? 1 : 0;
+  return array != nullptr && zal::addElement(*array, std::move(element)) ? 1 : 0;
 }
 
 ZAL_ObjectHandle appendContainer(ZAL_ObjectHandle handle, std::uint8_t kind, const char* function) noexcept {
   cJSON* array = writableArray(handle);
   if (array == nullptr) return nullptr;
-  return zal::object::createSub(*handle, kind, function, [array](JsonPtr item) noexcept {
-    return zal::object::addElement(*array, std::move(item));
-  });
+  return zal::object::createSub(*handle, kind, function,
+                                [array](JsonPtr item) noexcept { return zal::addElement(*array, std::move(item)); });
 }
 
 /// Cuts off every element from `first` up to, not including, `last`; null stands for the end.
@@ -137,7 +136,7 @@ int ZAL_Array_AddString(ZAL_ObjectHandle handle, const char* text) noexcept {
 }
 
 int ZAL_Array_AddNumber(ZAL_ObjectHandle handle, double value) noexcept {
-  return append(handle, zal::object::makeNumber(value));
+  return append(handle, zal::makeNumber(value));
 }
 
 int ZAL_Array_AddInt32(ZAL_ObjectHandle handle, int32_t value) noexcept {

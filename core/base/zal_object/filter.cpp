@@ -7,38 +7,16 @@
 #include <zal/zal_uri.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <string_view>
 
+#include "support/error_report.hpp"
 #include "support/log.hpp"
 #include "support/uri.hpp"
 
 namespace zal::object {
 
 constinit const Filter kEverything;
-
-void MemberPath::enter(const char* key) noexcept {
-  if (key == nullptr) return;
-  const std::string_view added{key};
-  const std::size_t start = length_ == 0 ? 0 : length_ + 1;
-  if (start + added.size() >= kSize) return;
-  if (start != 0) text_[length_] = '/';
-  added.copy(text_ + start, added.size());
-  leave(start + added.size());
-}
-
-void MemberPath::leave(std::size_t length) noexcept {
-  length_ = length;
-  text_[length] = '\0';
-}
-
-Identifier::Identifier(const char* path, const char* rest) noexcept {
-  zalstrlcpy(text_, path, kSize);
-  if (rest == nullptr) return;
-  if (text_[0] != '\0') zalstrlcat(text_, "/", kSize);
-  zalstrlcat(text_, rest, kSize);
-}
 
 }  // namespace zal::object
 
@@ -103,10 +81,8 @@ bool anyPath(const char* value, const char* path, Accept accept) noexcept {
 }
 
 void reportUnreadable() noexcept {
-  constexpr int kCode = -1;
   constexpr int kReportedLine = 401;
-  std::fprintf(stderr, "ZAL ERROR: %s - code:%d at %s: %d\n", "Failure parsing URI", kCode, ZAL_LOG_MODULE,
-               kReportedLine);
+  zal::reportError(ZAL_LOG_MODULE, kReportedLine, "Failure parsing URI");
   ZAL_LOG_AS(ZAL_LOG_DEBUG, "filterTest", "%s() error!\n", "filterTest");
 }
 

@@ -1,8 +1,7 @@
-// A request's filter, read once and tested against many members, and the identifiers by which it knows them.
+// A request's filter, read once and tested against the identifiers of many members.
 // One thread at a time, like the tree that is filtered.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 
 namespace zal::object {
@@ -14,40 +13,6 @@ enum class Strictness : bool { kLoose = false, kStrict = true };
 constexpr Strictness strictnessOf(int value) noexcept {
   return value != 0 ? Strictness::kStrict : Strictness::kLoose;
 }
-
-/// The keys from a top node down to a member, joined by "/". A key that would make it 1024 bytes long, or longer, is
-/// left out.
-class MemberPath {
- public:
-  static constexpr std::size_t kSize = 1024;
-
-  MemberPath() noexcept = default;
-  explicit MemberPath(const char* path) noexcept { enter(path); }
-
-  [[nodiscard]] const char* text() const noexcept { return text_; }
-  [[nodiscard]] std::size_t length() const noexcept { return length_; }
-  /// Goes down to a member; a null key (an element of an array) adds nothing.
-  void enter(const char* key) noexcept;
-  /// Goes back up to where the path had `length` characters.
-  void leave(std::size_t length) noexcept;
-
- private:
-  char text_[kSize] = {};
-  std::size_t length_ = 0;
-};
-
-/// A member's whole identifier: `path`, "/" and `rest`, or the one of them alone when the path is empty or the rest is
-/// null; cut to 2047 characters.
-class Identifier {
- public:
-  static constexpr std::size_t kSize = 2048;
-
-  Identifier(const char* path, const char* rest) noexcept;
-  [[nodiscard]] const char* text() const noexcept { return text_; }
-
- private:
-  char text_[kSize];
-};
 
 /// One filter text, split. The default one passes everything.
 class Filter {

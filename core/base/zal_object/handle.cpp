@@ -2,12 +2,12 @@
 // small stack. Also what a handle knows about itself for the filter: its path and the parsed text.
 #include "base/zal_object/handle.hpp"
 
-#include <cmath>
 #include <new>
 #include <string_view>
 #include <utility>
 
 #include "support/log.hpp"
+#include "support/member_path.hpp"
 
 namespace zal::object {
 namespace {
@@ -117,10 +117,6 @@ bool passes(Handle& handle, const char* key, Strictness strictness) noexcept {
   if (filter == nullptr || filter->passesEverything()) return filter != nullptr;
   const char* path = pathOf(handle);
   return path != nullptr && filter->passes(Identifier{path, key}.text(), strictness);
-}
-
-JsonPtr makeNumber(double value) noexcept {
-  return JsonPtr{std::isfinite(value) ? cJSON_CreateNumber(value) : cJSON_CreateNull()};
 }
 
 }  // namespace zal::object

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "base/zal_object/filter.hpp"
+#include "support/json_node.hpp"
 #include "support/memory.hpp"
 
 struct ZAL_ObjectHandle_ {
@@ -90,37 +91,11 @@ inline cJSON* arrayOf(const Handle* handle) noexcept {
   return cJSON_IsArray(node) ? node : nullptr;
 }
 
-inline bool isContainer(const cJSON& node) noexcept {
-  return cJSON_IsArray(&node) || cJSON_IsObject(&node);
-}
-
-/// Whether the node only refers to children that belong to another tree, which are not this tree's to change.
-inline bool isReference(const cJSON& node) noexcept {
-  return (node.type & cJSON_IsReference) != 0;
-}
-
 /// The handle's node when members can be added to it, else null.
 inline cJSON* writableNode(const Handle* handle) noexcept {
   cJSON* node = nodeOf(handle);
-  return node != nullptr && isContainer(*node) && !isReference(*node) ? node : nullptr;
+  return node != nullptr && isWritable(*node) ? node : nullptr;
 }
-
-/// Adds a member; the item is freed when it cannot be added (no key, no item, no memory).
-[[nodiscard]] inline bool addMember(cJSON& parent, const char* key, JsonPtr item) noexcept {
-  if (!cJSON_AddItemToObject(&parent, key, item.get())) return false;
-  static_cast<void>(item.release());  // the tree owns it now
-  return true;
-}
-
-/// The same for an element.
-[[nodiscard]] inline bool addElement(cJSON& array, JsonPtr item) noexcept {
-  if (!cJSON_AddItemToArray(&array, item.get())) return false;
-  static_cast<void>(item.release());
-  return true;
-}
-
-/// A number, or null for what JSON cannot express (infinities and NaN), as cJSON would print it.
-JsonPtr makeNumber(double value) noexcept;
 
 template <class Attach>
 Handle* createSub(Handle& parent, std::uint8_t kind, const char* function, Attach attach) noexcept {

@@ -16,9 +16,9 @@
 namespace {
 
 using zal::JsonPtr;
+using zal::makeNumber;
 using zal::object::Graveyard;
 using zal::object::Handle;
-using zal::object::makeNumber;
 using zal::object::Strictness;
 using zal::object::writableNode;
 
@@ -32,7 +32,7 @@ cJSON* nodeFor(ZAL_ObjectHandle handle, const char* key, Strictness strictness) 
 template <class Make>
 int add(ZAL_ObjectHandle handle, const char* key, Make make) noexcept {
   cJSON* node = nodeFor(handle, key, Strictness::kStrict);
-  return node != nullptr && zal::object::addMember(*node, key, make()) ? 1 : 0;
+  return node != nullptr && zal::addMember(*node, key, make()) ? 1 : 0;
 }
 
 /// The same for the types that an array also takes without a key, as elements.
@@ -40,7 +40,7 @@ template <class Make>
 int addValue(ZAL_ObjectHandle handle, const char* key, Make make) noexcept {
   if (key != nullptr || zal::object::arrayOf(handle) == nullptr) return add(handle, key, make);
   cJSON* array = writableNode(handle);
-  return array != nullptr && zal::object::addElement(*array, make()) ? 1 : 0;
+  return array != nullptr && zal::addElement(*array, make()) ? 1 : 0;
 }
 
 int addNumber(ZAL_ObjectHandle handle, const char* key, double value) noexcept {
@@ -88,7 +88,7 @@ ZAL_ObjectHandle addContainer(ZAL_ObjectHandle handle, const char* key, std::uin
   cJSON* node = nodeFor(handle, key, Strictness::kLoose);
   if (node == nullptr) return nullptr;
   return zal::object::createSub(*handle, kind, function, [node, key](JsonPtr item) noexcept {
-    return zal::object::addMember(*node, key, std::move(item));
+    return zal::addMember(*node, key, std::move(item));
   });
 }
 

@@ -1,5 +1,4 @@
-// filterPruneTree, and the walk behind it. The walk keeps its levels on the heap: the parser admits trees a thousand
-// levels deep, and a worker's stack may be small.
+// filterPruneTree, and the walk behind it.
 #include "base/zal_object/prune.hpp"
 
 #include <zal/zal_object.h>
@@ -7,10 +6,11 @@
 #include <cstddef>
 #include <optional>
 #include <utility>
-#include <vector>
 
 #include "support/boundary.hpp"
-#include "support/log.hpp"
+#include "support/json_node.hpp"
+#include "support/json_walk.hpp"
+#include "support/member_path.hpp"
 
 namespace zal::object {
 namespace {
@@ -20,46 +20,33 @@ constexpr int kBuried = 1 << 16;  ///< a bit of cJSON's `type` that cJSON does n
 /// Goes through a tree, children before their parent, and knows each node's path. The current node may be cut off.
 class PostOrder {
  public:
-  PostOrder(cJSON& start, const MemberPath& pathOfStart) : path_{pathOfStart} { push(start, path_.length()); }
+  PostOrder(cJSON& start, const MemberPath& pathOfStart) : path_{pathOfStart}, walk_{start, pathOfStart.length()} {}
 
   /// The next node, null at the end.
   cJSON* next() {
-    if (isAtNode_) pop();
-    isAtNode_ = !levels_.empty();
+    if (isAtNode_) leave();
+    isAtNode_ = !walk_.atEnd();
     if (!isAtNode_) return nullptr;
-    while (cJSON* child = levels_.back().nextChild) {
-      levels_.back().nextChild = child->next;
-      const std::size_t length = path_.length();
+    while (cJSON* child = walk_.nextChild()) {
+      walk_.enter(*child, path_.length());
       path_.enter(child->string);
-      push(*child, length);
     }
-    return levels_.back().node;
+    return &walk_.node();
   }
 
   /// Of the current node, from the top on.
   [[nodiscard]] const MemberPath& path() const noexcept { return path_; }
   /// The current node's parent; null at the start.
-  [[nodiscard]] cJSON* parent() const noexcept {
-    return levels_.size() < 2 ? nullptr : levels_[levels_.size() - 2].node;
-  }
+  [[nodiscard]] cJSON* parent() const noexcept { return walk_.parent(); }
 
  private:
-  struct Level {
-    cJSON* node;
-    cJSON* nextChild;
-    std::size_t outerLength;  ///< of the parent's path
-  };
-
-  void push(cJSON& node, std::size_t outerLength) {
-    levels_.push_back({&node, isReference(node) ? nullptr : node.child, outerLength});
-  }
-  void pop() noexcept {
-    path_.leave(levels_.back().outerLength);
-    levels_.pop_back();
+  void leave() noexcept {
+    path_.leave(walk_.note());
+    walk_.leave();
   }
 
-  std::vector<Level> levels_;
   MemberPath path_;
+  JsonWalk<cJSON, JsonOrder::kOldestFirst, std::size_t> walk_;  ///< notes the length of the path above each level
   bool isAtNode_ = false;
 };
 

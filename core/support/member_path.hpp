@@ -1,0 +1,71 @@
+// The identifiers by which request filters know the members of a document: the keys that lead to them, joined by "/".
+#pragma once
+
+#include <cstddef>
+#include <cstring>
+#include <string_view>
+
+#include "support/text.hpp"
+
+namespace zal {
+
+/// The keys from a top node down to a member, joined by "/". A key that would make it 1024 bytes long, or longer, is
+/// left out.
+class MemberPath {
+ public:
+  static constexpr std::size_t kSize = 1024;
+
+  MemberPath() noexcept = default;
+  explicit MemberPath(const char* path) noexcept { enter(path); }
+
+  [[nodiscard]] const char* text() const noexcept { return text_; }
+  [[nodiscard]] std::size_t length() const noexcept { return length_; }
+
+  /// Goes down to a member; a null key (an element of an array) adds nothing.
+  void enter(const char* key) noexcept {
+    if (key == nullptr) return;
+    const std::string_view added{key};
+    const std::size_t start = length_ == 0 ? 0 : length_ + 1;
+    if (start + added.size() >= kSize) return;
+    if (start != 0) text_[length_] = '/';
+    added.copy(text_ + start, added.size());
+    leave(start + added.size());
+  }
+
+  /// Goes back up to where the path had `length` characters.
+  void leave(std::size_t length) noexcept {
+    length_ = length;
+    text_[length] = '\0';
+  }
+
+ private:
+  char text_[kSize] = {};
+  std::size_t length_ = 0;
+};
+
+/// A member's whole identifier: `path`, "/" and `rest`, or the one of them alone when the path is empty or the rest is
+/// null; cut to 2047 characters.
+class Identifier {
+ public:
+  static constexpr std::size_t kSize = 2048;
+
+  Identifier(std::string_view path, const char* rest) noexcept {
+    append(path);
+    if (rest == nullptr) return;
+    if (length_ != 0) append("/");
+    append(rest);
+  }
+
+  [[nodiscard]] const char* text() const noexcept { return text_; }
+
+ private:
+  void append(std::string_view part) noexcept {
+    copyCut(text_ + length_, part, kSize - length_);
+    length_ += std::strlen(text_ + length_);
+  }
+
+  char text_[kSize];
+  std::size_t length_ = 0;
+};
+
+}  // namespace zal
