@@ -6,6 +6,7 @@
 #include <zal/zal_eventloop.h>
 #include <zal/zal_ipc.h>
 #include <zal/zal_ipccommand.h>
+#include <zal/zal_json.h>
 #include <zal/zal_log.h>
 #include <zal/zal_message.h>
 #include <zal/zal_object.h>

@@ -1,0 +1,132 @@
+// jsonFilterTest and what decides over an addition by it: the identifier of a member that does not exist yet, whose
+// parent is searched in the document. The object side, with its log lines and its other rules, is zal_object.
+#include "base/zal_json/filter.hpp"
+
+#include <zal/zal_json.h>
+#include <zal/zal_object.h>
+#include <zal/zal_uri.h>
+
+#include <algorithm>
+#include <cstring>
+#include <string_view>
+
+#include "base/zal_json/report.hpp"
+#include "support/json_node.hpp"
+#include "support/json_walk.hpp"
+#include "support/member_path.hpp"
+
+namespace zal::json {
+namespace {
+
+constexpr std::size_t kValueSize = 512;
+
+bool begins(std::string_view text, std::string_view with) noexcept {
+  return text.substr(0, with.size()) == with;
+}
+
+/// One filter text, split; of its parts only those that decide are read.
+class Filter {
+ public:
+  explicit Filter(const char* text) noexcept {
+    if (text == nullptr || *text == '\0' || std::strcmp(text, "/") == 0) return;
+    if (begins(text, "//")) {
+      form_ = Form::kNothing;
+      return;
+    }
+    vorn_uri_parts parts;
+    vorn_uri_parse(text, &parts);
+    std::memcpy(path_, parts.path, sizeof path_);
+    form_ = formOf(text);
+  }
+
+  [[nodiscard]] bool passesEverything() const noexcept { return form_ == Form::kEverything; }
+
+  [[nodiscard]] bool passes(const char* identifier, Strictness strictness) const noexcept {
+    switch (form_) {
+      case Form::kEverything:
+        return true;
+      case Form::kNothing:
+        return false;
+      case Form::kInclude:
+        return queryTestInclude(value_, path_, identifier, static_cast<int>(strictness)) != 0;
+      case Form::kExclude:
+        return queryTestExclude(value_, path_, identifier) != 0;
+      case Form::kPath:
+        return passesPath(identifier, strictness);
+    }
+    return true;
+  }
+
+ private:
+  enum class Form : std::uint8_t { kEverything, kNothing, kInclude, kExclude, kPath };
+
+  Form formOf(const char* text) noexcept {
+    if (vorn_uri_find_tagvalue(text, "include", value_, sizeof value_) != 0) return Form::kInclude;
+    if (vorn_uri_find_tagvalue(text, "exclude", value_, sizeof value_) != 0) return Form::kExclude;
+    return path_[0] == '\0' ? Form::kEverything : Form::kPath;
+  }
+
+  [[nodiscard]] bool passesPath(std::string_view identifier, Strictness strictness) const noexcept {
+    const std::string_view path{path_};
+    if (strictness == Strictness::kLoose) return begins(identifier, path) || begins(path, identifier);
+    return begins(identifier, path) && (identifier.size() == path.size() || identifier[path.size()] == '/');
+  }
+
+  Form form_ = Form::kEverything;
+  char path_[sizeof vorn_uri_parts::path] = {};
+  char value_[kValueSize] = {};  ///< of the include or exclude part
+};
+
+/// The path of `parent` below `top`; empty when it is the top or does not lie there.
+///
+/// A node of cJSON does not know its parent. Documents are mostly built by adding to what was added last, so the newest
+/// are looked at first: the usual addition costs one step a level.
+MemberPath pathOf(const cJSON& top, const cJSON& parent) {
+  MemberPath path;
+  if (&parent == &top) return path;
+  JsonWalk<const cJSON, JsonOrder::kNewestFirst> walk{top};
+  while (!walk.atEnd() && &walk.node() != &parent) {
+    const cJSON* child = walk.nextChild();
+    if (child == nullptr) {
+      walk.leave();
+    } else if (isWritable(*child)) {
+      walk.enter(*child);
+    }
+  }
+  for (const auto& level : walk.levels())
+    if (level.node != &top) path.enter(level.node->string);
+  return path;
+}
+
+}  // namespace
+
+bool passes(const Place& place, Strictness strictness) noexcept {
+  if (place.key == nullptr) return true;
+  const Filter filterB{place.filterB};
+  const Filter filterA{place.filterA};
+  if (filterA.passesEverything() && filterB.passesEverything()) return true;
+  return walking(false, [&] {
+    const bool isBelow = place.top != nullptr && place.parent != nullptr;
+    const MemberPath path = isBelow ? pathOf(*place.top, *place.parent) : MemberPath{};
+    const Identifier identifier{path.text(), place.key};
+    return filterB.passes(identifier.text(), strictness) && filterA.passes(identifier.text(), strictness);
+  });
+}
+
+}  // namespace zal::json
+
+int jsonFilterTest(const char* filter, const char* identifier, int strictness) noexcept {
+  using zal::json::Strictness;
+  const zal::json::Filter parsed{filter};
+  const Strictness how = strictness != 0 ? Strictness::kStrict : Strictness::kLoose;
+  return parsed.passes(identifier == nullptr ? "" : identifier, how) ? 1 : 0;
+}
+
+int json_CheckFilter(cJSON* parent, const char* filterA, const char* filterB, cJSON* top, const char* key) noexcept {
+  return passes({parent, filterA, filterB, top, key}, zal::json::Strictness::kStrict) ? 1 : 0;
+}
+
+int json_CheckFilterLoose(cJSON* parent, const char* filterA, const char* filterB, cJSON* top,
+                          const char* key) noexcept {
+  return passes({parent, filterA, filterB, top, key}, zal::json::Strictness::kLoose) ? 1 : 0;
+}
