@@ -301,6 +301,103 @@ typedef struct {
 } ZAL_ProcSocketEntry;
 ZAL_FROZEN_SIZE(ZAL_ProcSocketEntry, 1668, 1668);
 
+/**
+ * Describes an IPv4 address: "unknown" for 0.0.0.0, "localhost" for 127.0.0.1, else its name by a reverse lookup.
+ *
+ * The names of 50 addresses are kept for the life of the process, each cut to 45 characters, whatever the size of the
+ * buffer was; an address that has no name is kept as "unknown". After a lookup that failed and took more than 2 seconds
+ * no other is made for 300 seconds; the first one after that which succeeds, or fails fast, empties the cache.
+ *
+ * Threads: any thread, also at the same time. One lookup runs at a time and blocks its caller alone: an address that is
+ *          not in the cache is "unknown" to the others meanwhile. No lock is held while it runs.
+ * Units:   `size` in bytes; a longer description is cut and terminated. A null buffer stores nothing.
+ * Errors:  no lookup is made for a text that is no dotted IPv4 address, or null: "unknown" and EAI_NONAME. An address
+ *          that may not be looked up now is "unknown" and 0, and is not kept so.
+ * Source:  getnameinfo(3), without flags: for an address without a name the system may give the address itself.
+ *
+ * @return 0, or the code of the lookup that failed, with the description "unknown"
+ */
+ZAL_EXPORT int ZAL_ConvertDotAddressToDescription(const char* address, char* buffer, size_t size) ZAL_NOEXCEPT;
+
+/**
+ * Gives the name of a port's service, such as "ssh".
+ *
+ * A port that has no name, or one that does not fit the buffer, is "unknown", which is cut when it does not fit either;
+ * so is everything outside of 1 to 65535.
+ *
+ * Threads: any thread.
+ * Units:   `port` in the byte order of the machine; `protocol` such as "tcp", null for any; `size` in bytes. A null
+ *          buffer or a size of 0 stores nothing.
+ * Errors:  memory ran out: "unknown", and a line on standard error. So is an entry of more than 512 bytes with its
+ *          aliases, without the line.
+ * Source:  getservbyport_r(3), services(5).
+ *
+ * @return 0
+ */
+ZAL_EXPORT int ZAL_ConvertPortToDescription(int32_t port, const char* protocol, char* buffer, size_t size) ZAL_NOEXCEPT;
+
+/**
+ * Adds an address as the member `key`: an object with "name", "address", "addressV6" (null when it is empty) and
+ * "port". What the filter of the handle's tree rejects is left out, be it all of it.
+ *
+ * Ownership: the record is only read, no text beyond its field; null for any argument adds nothing.
+ * Threads:   those that may use `handle`.
+ *
+ * @return 0
+ */
+ZAL_EXPORT int ZAL_ZalObjectAddAddressStructure(const ZAL_AddressInfo* info, const char* key,
+                                                ZAL_ObjectHandle handle) ZAL_NOEXCEPT;
+
+/**
+ * Adds the same object to a bare node of the document below `top`, filtered as by json_AddObject.
+ *
+ * Ownership: the document owns what is added; null for any argument but `filterB` adds nothing.
+ * Threads:   those that may use the document.
+ *
+ * @return 0
+ */
+ZAL_EXPORT int ZAL_JsonAddAddressStructure(const ZAL_AddressInfo* info, const char* key, const char* filterA,
+                                           const char* filterB, cJSON* parent, cJSON* top) ZAL_NOEXCEPT;
+
+/**
+ * Finds the processes of the system: stores pid and command name of up to 300 of them, in the order of /proc, in the
+ * first entries of a table, whose other entries end with pid 0. What these entries held before is dropped.
+ *
+ * `table` has ZAL_PROC_SOCKET_ENTRIES entries and is zeroed by the caller before the first call; a null one is left
+ * alone. It takes half a megabyte: more than the stack of many a thread has to give.
+ *
+ * Ownership: the table stays the caller's.
+ * Threads:   any thread, each with a table of its own.
+ * Errors:    /proc cannot be opened: a line on standard error, and the table stays as it is. A process that ends
+ *            meanwhile is left out.
+ * Source:    proc(5), /proc/[pid]/comm. A command name may hold any byte but NUL.
+ *
+ * @return 0
+ */
+ZAL_EXPORT int ZAL_GatherProcPids(ZAL_ProcSocketEntry* table) ZAL_NOEXCEPT;
+
+/**
+ * Finds the sockets of the processes in a table that ZAL_GatherProcPids filled: the inode number of each descriptor
+ * above 2 whose link has the form "socket:[inode]", and the link's change time. What the entries held before is
+ * dropped.
+ *
+ * Threads: any thread, each with a table of its own; a null table is left alone.
+ * Errors:  a process that has ended, or whose descriptors this one may not see, has no sockets. Sockets beyond the
+ *          200th of a process are logged at ZAL_LOG_INFO and left out.
+ * Source:  proc(5), /proc/[pid]/fd.
+ *
+ * @return 0
+ */
+ZAL_EXPORT int ZAL_GatherProcPidsSymlinks(ZAL_ProcSocketEntry* table) ZAL_NOEXCEPT;
+
+/** @return the index of the first entry that holds a socket, or -1; also for a null table and for inode 0, which is no
+ * socket. */
+ZAL_EXPORT int ZAL_FindInodeSocket(uint32_t inode, const ZAL_ProcSocketEntry* table) ZAL_NOEXCEPT;
+
+/** @return the slot of a socket in the sockets of entry `index`, or -1; also for a null table, an index that the table
+ * does not have and inode 0. */
+ZAL_EXPORT int ZAL_FindSocketIdx(const ZAL_ProcSocketEntry* table, int32_t index, uint32_t inode) ZAL_NOEXCEPT;
+
 /* ---- Public address -------------------------------------------------------------------------------------------- */
 
 ZAL_END_DECLS
