@@ -400,6 +400,46 @@ ZAL_EXPORT int ZAL_FindSocketIdx(const ZAL_ProcSocketEntry* table, int32_t index
 
 /* ---- Public address -------------------------------------------------------------------------------------------- */
 
+/**
+ * Learns the address under which the outside sees this device, from STUN servers, and keeps it for
+ * ZAL_GetPublicIpAddress.
+ *
+ * The servers are asked in their order until one tells the address; those behind it are not asked. A server that cannot
+ * be asked, does not answer or answers without an address is passed over, and an address learnt earlier is kept.
+ *
+ * Servers are "host" or "host:port"; without a port it is 3478, and of a number the low 16 bits count. A host is a
+ * dotted IPv4 address or a name, of 8 to 45 characters: shorter ones are refused, and of longer ones the first 45 are
+ * taken.
+ *
+ * Ownership: the texts stay the caller's, and a ":" in them is overwritten with a terminator.
+ * Threads:   one at a time. Blocks for up to 3.5 s a server, and while names are looked up.
+ * Limits:    one call in 10 seconds, by the wall clock; after the clock was set back, none before it has caught up.
+ * Calls without servers count, refused ones do not. Errors:    told on standard error: a call too early, a name that is
+ * not found, a local port (8000 to 8999, at random) that is in use, a question that cannot be sent, an answer that is
+ * no success, and no answer. Source:    RFC 5389, Binding over UDP, IPv4 only; MAPPED-ADDRESS or XOR-MAPPED-ADDRESS,
+ * whichever comes first. Neither the sender of the answer nor its transaction id is checked: do not rely on the address
+ * for security.
+ *
+ * @return what became of the last server that was asked: 1 it answered (and told the address, unless it was the last of
+ *         all), 0 it could not be asked, -1 it did not answer or its text is null or too short. -1 also for a call too
+ *         early, and without servers
+ */
+ZAL_EXPORT int ZAL_SetPublicIpAddress(char** servers, uint32_t count) ZAL_NOEXCEPT;
+
+/**
+ * Gives the public address learnt last, in dotted form, cut to `size` - 1 characters.
+ *
+ * Errors:  before an address was learnt the buffer is left alone: that is how a caller tells, and ZAL_IsValidIp4. A
+ *          null buffer and a size of 0 do nothing.
+ * Threads: any, also while ZAL_SetPublicIpAddress runs.
+ *
+ * @return 0 in every case
+ */
+ZAL_EXPORT int ZAL_GetPublicIpAddress(char* buffer, size_t size) ZAL_NOEXCEPT;
+
+/** @return 1 for four numbers of 0 to 255 joined by dots, with or without leading zeros, else 0; null gives 0 */
+ZAL_EXPORT int ZAL_IsValidIp4(const char* text) ZAL_NOEXCEPT;
+
 ZAL_END_DECLS
 
 #endif

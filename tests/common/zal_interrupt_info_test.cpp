@@ -12,6 +12,7 @@
 #include <fstream>
 #include <memory>
 #include <optional>
+#include <regex>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -102,9 +103,7 @@ TEST(InterruptTable, ReportsEachLineThatFindsNoEntry) {
   std::string text = "           CPU0\n";
   for (int i = 0; i < 122; ++i) text += std::to_string(i) + ":          2  chip\n";
   const LogCapture log;
-  const auto info = read(text, {1, 1});
-  EXPECT_STREQ(info->types[119].name, "119");
-  EXPECT_EQ(info->totalInterrupts, 240U);
+  EXPECT_EQ(read(text, {1, 1})->totalInterrupts, 240U);
   EXPECT_EQ(log.text(),
             "ZAL_GetInterruptCount: interrupt_idx (120) exceeded ZAL_INTERRUPTS_MAX_TYPES\n"
             "ZAL_GetInterruptCount: interrupt_idx (121) exceeded ZAL_INTERRUPTS_MAX_TYPES\n");
@@ -113,37 +112,29 @@ TEST(InterruptTable, ReportsEachLineThatFindsNoEntry) {
 TEST(InterruptTable, IsLoggedLineByLineForDebugging) {
   ZAL_Log_SetLevel(ZAL_LOG_DEBUG);
   const LogCapture log;
-  static_cast<void>(read("           CPU0       CPU1\n  7:          5          6  chip\nERR:          1\n", {2, 2}));
-  std::size_t at = 0;
-  for (const char* const part :
-       {": ZAL_GetInterruptCount: added new interrupt_ to idx  0 (chip)\n",
-        ": line   2: (          5          6  chip) ", ": 5 ", ": 6 ", ": \n", ": line   3: (          1) ", ": 1 ",
-        ": 0 ", ": \n", ": after 4 lines, total 12\n\n\n"}) {
-    at = log.text().find(part, at);
-    ASSERT_NE(at, std::string::npos) << part << " in " << log.text();
-  }
+  read("           CPU0       CPU1\n  7:          5          6  chip\nERR:          1\n", {2, 2});
+  EXPECT_EQ(std::regex_replace(log.text(), std::regex{"\\.\\.\\. [0-9:.]+: "}, ""),
+            "ZAL_GetInterruptCount: added new interrupt_ to idx  0 (chip)\n"
+            "line   2: (          5          6  chip) 5 6 \nline   3: (          1) 1 0 \n"
+            "after 4 lines, total 12\n\n\n");
 }
 
 TEST(InterruptTable, IsThatOfThisMachine) {
   std::ifstream file{"/proc/interrupts"};
   if (!file) GTEST_SKIP() << "no interrupt table here";
-  std::string header;
-  std::string label;
+  std::string text;
+  std::getline(file, text);
   std::uint32_t counted = 0;
-  std::getline(file, header);
-  file >> label >> counted;
+  file >> text >> counted;
   const auto info = std::make_unique<ZAL_InterruptInfo>();
   ASSERT_EQ(ZAL_GetInterruptCount(info.get()), 0);
-
-  EXPECT_THAT(info->types[0].name, ::testing::EndsWith(label.substr(0, label.find(':'))));
+  EXPECT_THAT(info->types[0].name, ::testing::EndsWith(text.substr(0, text.find(':'))));
   EXPECT_GE(info->types[0].count[0], counted);
-  const auto first = *info;
+
+  std::uint32_t sum = info->cpu[0].count;
   ASSERT_EQ(ZAL_GetInterruptCount(info.get()), 0);
-  for (std::size_t k = 0; k < std::size(info->cpu); ++k) {
-    std::uint32_t sum = first.cpu[k].count;
-    for (const ZAL_InterruptType& type : info->types) sum += type.count[k];
-    EXPECT_EQ(info->cpu[k].count, sum) << "the second reading is added, processor " << k;
-  }
+  for (const ZAL_InterruptType& type : info->types) sum += type.count[0];
+  EXPECT_EQ(info->cpu[0].count, sum) << "the second reading is added";
   EXPECT_EQ(ZAL_GetInterruptCount(nullptr), -1);
 }
 
