@@ -2,6 +2,7 @@
 #include <zal/zal_json.h>
 
 #include <cstdlib>
+#include <limits>
 #include <string>
 #include <tuple>
 
@@ -68,6 +69,33 @@ TEST(JsonAdds, PutKeyedMembersOfAnArrayIntoObjectsOfTheirOwn) {
   EXPECT_EQ(errors.count(reportOf("Unable to create JSON arrayItem object")), 1);
 }
 
+TEST(JsonAdds, LeaveKeysOutThatMakeAPathTooLong) {
+  const std::string name(500, 'a');
+  const std::string filter = "?exclude=" + name + "/x";
+  for (const std::size_t length : {522U, 523U}) {
+    const JsonPtr top{cJSON_CreateObject()};
+    cJSON* outer = json_AddObject(top.get(), filter.c_str(), nullptr, top.get(), name.c_str());
+    cJSON* inner = json_AddObject(outer, filter.c_str(), nullptr, top.get(), std::string(length, 'b').c_str());
+    EXPECT_EQ(json_CheckFilter(inner, filter.c_str(), nullptr, top.get(), "x"), length == 522 ? 1 : 0) << length;
+  }
+}
+
+TEST(JsonAdds, CostTheSameForEachMemberInTheUsualOrder) {
+  const JsonPtr top{cJSON_CreateObject()};
+  const auto fill = [&](cJSON* list, int count) {
+    for (int i = 0; i < count; ++i)
+      ASSERT_NE(json_AddNumber(json_AddArrayElement(list), "a?exclude=z", "a", top.get(), "n", i), nullptr);
+  };
+  cJSON* list =
+      json_AddArray(json_AddObject(top.get(), nullptr, nullptr, nullptr, "a"), nullptr, nullptr, nullptr, "l");
+
+  const std::clock_t alone = cpuTime([&] { fill(list, 2000); });
+  for (int i = 0; i < 100000; ++i) json_AddArrayElement(list);
+  const std::clock_t amongMany = cpuTime([&] { fill(list, 2000); });
+
+  EXPECT_LT(amongMany, 20 * alone);
+}
+
 TEST(JsonAdds, ReportWhatCannotBeAddedAndNotWhatIsRejected) {
   const JsonPtr number{cJSON_CreateNumber(1)};
   for (cJSON* parent : {static_cast<cJSON*>(nullptr), number.get()}) {
@@ -121,6 +149,247 @@ TEST(JsonDocument, HidesMembersBehindNull) {
   const JsonPtr document = parseDocument(R"({"a":{"k":1},"k":2})");
   json_NullObject(document->child->child->string, document.get());  // a key that is deleted on the way
   EXPECT_EQ(textOf(document), R"({"a":{"k":null},"k":null})");
+}
+
+TEST(JsonDocument, IsWalkedOnASmallStackHoweverDeepItIs) {
+  onSmallStack([] {
+    for (const int depth : {1000, 100000}) {
+      JsonPtr top{cJSON_CreateObject()};
+      cJSON* innermost = top.get();
+      for (int level = 1; level < depth; ++level) innermost = cJSON_AddObjectToObject(innermost, "k");
+      EXPECT_NE(json_AddNull(innermost, "k", nullptr, top.get(), "leaf"), nullptr);
+      EXPECT_EQ(json_IsEmptyObjects(top.get()), 0);
+      json_NullObject("leaf", top.get());
+      cJSON_DeleteItemFromObject(innermost, "leaf");
+      EXPECT_EQ(json_IsEmptyObjects(top.get()), 1);
+      json_PruneEmptyObjects(top.get(), nullptr);
+      EXPECT_EQ(json_IsEmpty(top.get()), 1);
+    }
+    std::string json = "[1,2]";
+    for (int level = 0; level < 256; ++level) json.insert(0, R"([{"a":)").append("}]");
+    const JsonPtr nested = parseDocument(json);
+    std::string path = "a";  // as many steps as are read of a path
+    for (int level = 1; level < 256; ++level) path += "/a";
+    pruneRangePath(nested.get(), path.c_str(), "1");
+    EXPECT_NE(textOf(nested).find(":[2]"), std::string::npos);
+  });
+}
+
+TEST(JsonDocument, IsCleanedInLinearTime) {
+  const auto build = [](int count) {
+    JsonPtr list{cJSON_CreateArray()};
+    for (int i = 0; i < count; ++i)
+      cJSON_AddItemToArray(list.get(), i % 2 != 0 ? cJSON_CreateNumber(i) : cJSON_CreateObject());
+    return list;
+  };
+  const auto cost = [&](int count) {
+    const JsonPtr list = build(count);
+    return cpuTime([&] {
+      json_PruneEmptyObjects(list.get(), nullptr);
+      applyArrayRange(list.get(), "100:100");
+    });
+  };
+  EXPECT_LT(cost(200000), 100 * (cost(10000) + CLOCKS_PER_SEC / 10000));
+}
+
+TEST(JsonDocument, LeavesTheChildrenOfAReferenceAlone) {
+  const JsonPtr other = parseDocument(R"({"list":[{},1,2],"k":1})");
+  const JsonPtr document{cJSON_CreateObject()};
+  cJSON_AddItemReferenceToObject(document.get(), "other", other.get());
+  cJSON* reference = document->child;
+  const LogCapture errors;
+
+  json_PruneEmptyObjects(document.get(), nullptr);
+  json_NullObject("k", document.get());
+  pruneRangePath(document.get(), "other/list", "0");
+
+  EXPECT_EQ(json_AddNull(reference, nullptr, nullptr, nullptr, "n"), nullptr);
+  EXPECT_EQ(textOf(document), R"({"other":{"list":[{},1,2],"k":1}})");
+}
+
+TEST(JsonFilterTest, ComparesIdentifiersWithTheOnePartThatDecides) {
+  using Row = std::tuple<const char*, const char*, int, int>;  // filter, identifier, strict, loose
+  for (const auto& [filter, identifier, strict, loose] :
+       {Row{nullptr, "a", 1, 1}, Row{"", "a", 1, 1}, Row{"/", "a", 1, 1}, Row{"//", "a", 0, 0}, Row{"//a", "a", 0, 0},
+        Row{"system", "system/cpu", 1, 1}, Row{"system", "systemd", 0, 1}, Row{"system/cpu", "sys", 0, 1},
+        Row{"system", nullptr, 0, 1}, Row{"?x=1", "a", 1, 1}, Row{"s?x=1", "a", 0, 0}, Row{"a b%", "x", 0, 0},
+        Row{"s?include=a&exclude=a/b", "s/a/b", 1, 1},  // the include part alone
+        Row{"s?include=a/b", "s/a", 0, 1}, Row{"s?include=a+b", "s/bc", 0, 0}, Row{"?include=", "a", 0, 0},
+        Row{"s?exclude=a", "s/a/b", 0, 0}, Row{"s?exclude=a", "t", 1, 1},  // the path does not count
+        Row{"s%2Fa", "s/a", 1, 1}}) {
+    EXPECT_EQ(jsonFilterTest(filter, identifier, 1), strict) << filter << " strict " << identifier;
+    EXPECT_EQ(jsonFilterTest(filter, identifier, 0), loose) << filter << " loose " << identifier;
+  }
+}
+
+TEST(JsonRange, KeepsARunOfAnArray) {
+  using Row = std::tuple<const char*, const char*>;
+  const char* whole = "[0,1,2,3,4,5,6,7,8,9]";
+  for (const auto& [range, left] : {Row{"2:3", "[2,3,4]"},
+                                    Row{"8:5", "[8,9]"},
+                                    Row{"3:0", "[]"},
+                                    Row{"10:1", "[]"},
+                                    Row{"7:", "[7,8,9]"},
+                                    Row{"7:x", "[7,8,9]"},
+                                    Row{":3", "[7,8,9]"},
+                                    Row{"-1:2", "[8,9]"},
+                                    Row{" 1:2", "[8,9]"},
+                                    Row{"+1:2", "[8,9]"},
+                                    Row{"x:2", "[8,9]"},
+                                    Row{":0", "[]"},
+                                    Row{":99", whole},
+                                    Row{"4", "[4]"},
+                                    Row{"4x", "[4]"},
+                                    Row{"10", "[]"},
+                                    Row{"1:99999999999999999999999", "[1,2,3,4,5,6,7,8,9]"},
+                                    Row{"99999999999999999999999:", "[]"},
+                                    Row{"18446744073709551615:18446744073709551615", "[]"},
+                                    Row{"x", whole},
+                                    Row{":", whole},
+                                    Row{"", whole},
+                                    Row{"-1", whole},
+                                    Row{":-1", whole},
+                                    Row{nullptr, whole}}) {
+    const JsonPtr array = parseDocument(whole);
+    applyArrayRange(array.get(), range);
+    EXPECT_EQ(textOf(array), left) << (range == nullptr ? "null" : range);
+  }
+  const JsonPtr array = parseDocument(whole);
+  applyArrayRange(array.get(), (std::string(126, '0') + "12").c_str());  // read up to 127 characters
+  EXPECT_EQ(textOf(array), "[1]");
+}
+
+TEST(JsonRange, CutsWhatThePathsOfARequestLeadTo) {
+  using Row = std::tuple<const char*, const char*, const char*, int>;  // request, document, what is left, reports
+  const char* ports = R"({"e":[{"p":[1,2],"q":0},{},{"p":[3,4]}]})";
+  const char* lists = R"({"s":{"a":[1,2],"b":[3,4],"ab":[5]}})";
+  for (const auto& [request, json, left, reports] :
+       {Row{"e/p?range=1", ports, R"({"e":[{"p":[2],"q":0},{},{"p":[4]}]})", 0},
+        Row{"/e/x/p/?range=1", ports, R"({"e":[{"p":[2],"q":0},{},{"p":[4]}]})", 0},  // no element has an "x"
+        Row{"e?range=1:1", ports, R"({"e":[{}]})", 0}, Row{"e/x?range=0", ports, ports, 0},
+        Row{"e/q/z?range=0", ports, ports, 1}, Row{"x?range=0", ports, ports, 1}, Row{"e/p/z?range=0", ports, ports, 0},
+        Row{"?range=:1", "[1,2]", "[2]", 0}, Row{"?range=0", R"({"a":[1]})", R"({"a":[1]})", 0},
+        Row{"s/?include=a++b+c&range=0", lists, R"({"s":{"a":[1],"b":[3],"ab":[5]}})", 1},
+        Row{"s/a?include=b&range=1", lists, R"({"s":{"a":[1,2],"b":[3,4],"ab":[]}})", 0},  // nothing between them
+        Row{"s/a?include=&range=1", lists, lists, 0}, Row{"s/a", lists, lists, 0}, Row{"", lists, lists, 0},
+        Row{"s/a?range=", lists, lists, 0}, Row{nullptr, lists, lists, 0}}) {
+    const LogCapture errors;
+    const JsonPtr document = parseDocument(json);
+    json_PruneArrayRangeObjects(document.get(), request);
+    EXPECT_EQ(textOf(document), left) << (request == nullptr ? "null" : request);
+    EXPECT_EQ(errors.count(reportOf("error given path does not match given object tree") + "486\n"), reports);
+  }
+}
+
+TEST(JsonDocument, IsStampedWithAHeader) {
+  const timeval time{1700000000, 250000};
+  using Row = std::tuple<const char*, uint32_t, const char*, int, const char*>;
+  for (const auto& [description, version, metadata, result, left] :
+       {Row{"d", 4294967295, R"({"m":[1]})", 0,
+            R"({"version":4294967295,"description":"d","timestamp":1700000000.25,"metadata":{"m":[1]}})"},
+        Row{"", 0, "{}", 0, R"({"timestamp":1700000000.25,"metadata":"{}"})"},
+        Row{nullptr, 0, "", 0, R"({"timestamp":1700000000.25})"},
+        Row{nullptr, 0, "{bad}", -1, R"({"timestamp":1700000000.25})"},
+        Row{nullptr, 0, "{}}", -1, R"({"timestamp":1700000000.25})"}}) {
+    const LogCapture errors;
+    const JsonPtr object{cJSON_CreateObject()};
+    EXPECT_EQ(json_GenerateHeader(object.get(), nullptr, description, &time, version, metadata), result);
+    EXPECT_EQ(textOf(object), left);
+    EXPECT_EQ(errors.count(reportOf("Failed to parse metadata into JSON string")), -result);
+  }
+  const LogCapture errors;
+  EXPECT_EQ(json_GenerateHeader(nullptr, nullptr, "d", nullptr, 0, nullptr), -1);
+  EXPECT_EQ(errors.count(reportOf("Unable to create JSON string")), 1);
+}
+
+TEST(JsonDocument, TakesAnError) {
+  const LogCapture errors;
+  const JsonPtr object{cJSON_CreateObject()};
+  EXPECT_EQ(json_GenerateError(object.get(), -7, "why"), 0);
+  EXPECT_EQ(textOf(object), R"({"error":{"code":-7,"message":"why"}})");
+  EXPECT_EQ(json_GenerateError(nullptr, 1, "why") + json_GenerateError(object.get(), 1, nullptr), -2);
+  EXPECT_EQ(errors.count(reportOf("unable to add error json object")), 2);
+}
+
+TEST(JsonDocument, IsJudgedByTheFirstRuleThatHolds) {
+  using Row = std::tuple<const char*, const char*, int, const char*, int, const char*>;
+  const char* empty = R"({"a":[{}]})";
+  for (const auto& [json, request, errors, message, status, text] :
+       {Row{R"({"a":1})", "a", 2, "m", 500, "Zimta API returned error,check plugin console log"},
+        Row{R"({"a":1})", "a", 0, "m", 400, "m"}, Row{"", "a", -1, "", 500, "Plugin error - NULL object"},
+        Row{R"({"a":null})", "a", 0, nullptr, 0, "untouched"},
+        Row{empty, "a/b", 0, nullptr, 404, "Invalid resource:a/b"},
+        Row{empty, "a?b", 0, nullptr, 400, "Invalid query:a?b, try help"},
+        Row{R"({"a":[1]})", "a?range=1", 0, nullptr, 400, "Invalid query:a?range=1, try help"},
+        Row{empty, "", 0, nullptr, 500, "Plugin error - no data"},
+        Row{empty, nullptr, 0, nullptr, 500, "Plugin error - no data"}}) {
+    const JsonPtr answer = parseDocument(json);
+    char buffer[64] = "untouched";
+    EXPECT_EQ(json_CheckPluginError(answer.get(), request, errors, message, buffer, sizeof buffer), status) << text;
+    EXPECT_STREQ(buffer, text);
+  }
+  char small[20];
+  EXPECT_EQ(json_CheckPluginError(parseDocument("{}").get(), "abcdef", 0, nullptr, small, sizeof small), 404);
+  EXPECT_STREQ(small, "Invalid resource:ab");
+  EXPECT_EQ(json_CheckPluginError(nullptr, nullptr, 0, nullptr, nullptr, 5), 500);
+}
+
+TEST(JsonDocument, IsPrintedIntoTheCallersBuffer) {
+  const JsonPtr document = parseDocument(R"({"a":1,"b":{}})");
+  char buffer[64];
+  EXPECT_EQ(json_Print(document.get(), buffer, sizeof buffer, 0, 0), 0);
+  EXPECT_STREQ(buffer, R"({"a":1,"b":{}})");
+  setenv("FORMATTED_JSON", "yes", 1);
+  EXPECT_EQ(json_Print(document.get(), buffer, sizeof buffer, 1, 0), 0);
+  EXPECT_STREQ(buffer, "{\n\t\"a\":\t1\n}");
+  EXPECT_EQ(json_Print(document.get(), buffer, sizeof buffer, 0, 1), 0);
+  EXPECT_STREQ(buffer, R"({"a":1})");
+  const LogCapture errors;
+  EXPECT_EQ(json_Print(document.get(), buffer, 4, 0, 1), -1);
+  EXPECT_STREQ(buffer, "");
+  EXPECT_EQ(json_Print(nullptr, buffer, sizeof buffer, 1, 0) + json_Print(document.get(), nullptr, 9, 0, 0), -2);
+  EXPECT_EQ(errors.count(reportOf("Failure printing JSON to allocated buffer")), 3);
+}
+
+TEST(JsonFormatTimeval, WritesUtcAndTellsWhatItNeeds) {
+  using Row = std::tuple<timeval, std::size_t, ssize_t, const char*>;
+  constexpr time_t kNoDate = std::numeric_limits<time_t>::max();
+  for (const auto& [time, size, result, text] :
+       {Row{{0, 5}, 64, 27, "1970-01-01T00:00:00.000005Z"}, Row{{0, 5}, 28, 27, "1970-01-01T00:00:00.000005Z"},
+        Row{{0, 5}, 23, 27, "1970-01-01T00:00:00.00"}, Row{{-1, 0}, 20, 27, "1969-12-31T23:59:59"},
+        Row{{0, 5}, 19, 0, "-"}, Row{{0, 5}, 0, 0, "-"},
+        Row{{kNoDate, 0},
+            64,
+            sizeof(time_t) == 8 ? -1 : 27,
+            sizeof(time_t) == 8 ? "-" : "2038-01-19T03:14:07.000000Z"}}) {
+    char buffer[64] = "-";
+    EXPECT_EQ(json_FormatTimeval(&time, buffer, size), result);
+    EXPECT_STREQ(buffer, text);
+  }
+}
+
+TEST(JsonDocument, FindsDirectMembersByTheirExactKey) {
+  const JsonPtr document = parseDocument(R"({"A":1,"b":{"a":2},"a":3,"a":4})");
+  EXPECT_EQ(json_FindElement(document.get(), "a")->valueint, 3);
+  EXPECT_EQ(json_FindElement(document.get(), "B"), nullptr);
+  EXPECT_EQ(json_FindElement(parseDocument("[1]").get(), ""), nullptr);
+}
+
+TEST(JsonDocument, MayBeNull) {
+  const LogCapture errors;
+  cJSON* none = nullptr;
+  json_Uninitialize(&none);
+  json_Uninitialize(nullptr);
+  json_PruneEmptyObjects(nullptr, nullptr);
+  json_PruneArrayRangeObjects(nullptr, "?range=1");
+  pruneRangePath(nullptr, "a", "1");
+  applyArrayRange(nullptr, "1");
+  json_NullObject(nullptr, nullptr);
+  EXPECT_EQ(json_IsEmptyObjects(nullptr) + json_IsEmpty(nullptr), 2);
+  EXPECT_EQ(json_FindElement(nullptr, nullptr), nullptr);
+  EXPECT_EQ(json_FormatTimeval(nullptr, nullptr, 0), -1);
+  EXPECT_EQ(json_CheckFilter(nullptr, nullptr, nullptr, nullptr, nullptr), 1);
+  EXPECT_EQ(errors.text(), "");
 }
 
 }  // namespace
