@@ -6,19 +6,19 @@
 set -euo pipefail
 
 build=$(cd "${1:?usage: demo.sh BUILD_DIR}" && pwd)
-for program in tools/zalctl examples/gateway; do
+for program in tools/zalctl examples/gateway examples/documents; do
   [[ -x $build/$program ]] || { echo "demo: $build/$program is not built" >&2 && exit 2; }
 done
 root=$(cd "$(dirname "$0")/.." && pwd)
 dir=$(mktemp -d)
 url=file://$dir/agent.sock
 deadline=$((SECONDS + 18))
-agent_pid='' client_pid=''
+agent_pid='' client_pid='' documents_pid=''
 
 cleanup() {
   local status=$?
   trap - EXIT
-  for pid in $agent_pid $client_pid; do kill -KILL "$pid" 2>/dev/null || true; done
+  for pid in $agent_pid $client_pid $documents_pid; do kill -KILL "$pid" 2>/dev/null || true; done
   wait 2>/dev/null || true
   rm -rf "$dir"
   exit "$status"
@@ -51,6 +51,7 @@ until_lines() {
 quiet=''
 agent_until() { until_lines 'agent  |' "$agent_out" "$@"; }
 client_until() { until_lines 'client |' "$client_out" "$@"; }
+documents_until() { until_lines 'docs   |' "$documents_out" "$@"; }
 
 tell() {
   show '   you >' "$1"
@@ -77,8 +78,9 @@ start_agent() {
 }
 
 # Open for reading and writing here, so that the pipes outlive each process at their other end.
-mkfifo "$dir/agent.in" "$dir/agent.out" "$dir/client.out"
+mkfifo "$dir/agent.in" "$dir/agent.out" "$dir/client.out" "$dir/documents.out"
 exec {agent_in}<>"$dir/agent.in" {agent_out}<>"$dir/agent.out" {client_out}<>"$dir/client.out"
+exec {documents_out}<>"$dir/documents.out"
 config=$root/examples/gateway-config.json
 sed 's/"enabled": true/"enabled": false/' "$config" >"$dir/quiet.json"
 
@@ -122,7 +124,46 @@ quiet=''
 echo
 pr -m -t -w 90 "$dir/whole" "$dir/narrowed" | expand
 
-explain "5. The agent keeps the configuration. When it changes, the client hears of it and reads the new
+explain "5. A second client builds its documents itself: with a header, and under two filters, the request's and
+   one of its configuration. It cuts arrays to a range, and says what a request asks for in vain."
+"$build/examples/documents" "$url" >"$dir/documents.out" 2>&1 &
+documents_pid=$!
+documents_until 'connected \(0\)' 'hides nothing'
+quiet=yes
+tell 'wait-for telemetry inventory'
+agent_until '^telemetry inventory is subscribed'
+ask 'call telemetry inventory/device'
+expect '"description"' && expect '"serial"'
+keep_block 'device:' >"$dir/device"
+ask 'call telemetry inventory/ports?range=1:1'
+expect '"eth1"' && expect_not '"eth0"' && expect_not '"wlan0"'
+keep_block 'ports?range=1:1:' >"$dir/ports"
+quiet=''
+echo
+pr -m -t -w 100 "$dir/device" "$dir/ports" | expand
+echo
+ask 'call telemetry inventory/fans'
+expect '"code": 404' && expect 'Invalid resource:fans'
+
+explain "   A change of the configuration reaches it while it runs: from now on the serial number is hidden."
+quiet=yes
+documents_until 'invalid range filter' # of the message, which finds no array where it looks
+quiet=''
+tell "config $root/examples/documents-config.json"
+agent_until '^configuration remembered'
+tell 'notify onProfileChanged telemetry'
+documents_until 'profile of telemetry changed' 'hides .*device/serial'
+quiet=yes
+client_until 'profile of telemetry changed' 'wants no heartbeat' # the other client hears of it, too
+quiet=''
+ask 'call telemetry inventory/device'
+expect '"started"' && expect_not '"serial"'
+kill -TERM "$documents_pid"
+wait "$documents_pid" || fail "the client of documents ended with status $?"
+documents_pid=''
+agent_until ' disconnected'
+
+explain "6. The agent keeps the configuration. When it changes, the client hears of it and reads the new
    setting of its event, and from now on the event comes."
 tell "config $config"
 agent_until '^configuration remembered'
@@ -132,7 +173,7 @@ agent_until ' event system heartbeat'
 agent_until '^    }$'
 expect '"count"'
 
-explain "6. The agent dies without a word, and comes back. The client sees the end of the connection, tries
+explain "7. The agent dies without a word, and comes back. The client sees the end of the connection, tries
    again by itself, and subscribes its methods anew."
 { kill -KILL "$agent_pid" && wait "$agent_pid"; } 2>/dev/null || true # the shell would report the death
 client_until 'disconnected \(1\)'
@@ -143,7 +184,7 @@ client_until 'connected \(0\)' 'the cloud answered'
 ask 'call network getStatus {"name": "wlan0"}'
 expect '"name": "wlan0"'
 
-explain "7. Both end: the client on SIGTERM, the agent at quit."
+explain "8. Both end: the client on SIGTERM, the agent at quit."
 kill -TERM "$client_pid"
 client_until 'ending'
 wait "$client_pid" || fail "the client ended with status $?"

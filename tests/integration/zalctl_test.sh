@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
-# zalctl's stand-in agent against the example client: what it prints and the status that it ends with.
+# zalctl's stand-in agent against the example clients: what it prints and the status that it ends with.
 #
-#   zalctl_test.sh ZALCTL GATEWAY       ZAL_EMULATOR holds the words before each program in a cross build
+#   zalctl_test.sh ZALCTL GATEWAY DOCUMENTS       ZAL_EMULATOR holds the words before each program in a cross build
 set -euo pipefail
 
 read -r -a emulator <<<"${ZAL_EMULATOR:-}"
 zalctl=("${emulator[@]}" "$1")
 gateway=("${emulator[@]}" "$2")
+documents=("${emulator[@]}" "$3")
 dir=$(mktemp -d)
 url=file://$dir/agent.sock
 pids=''
@@ -103,6 +104,20 @@ echo 'call network' >>"$dir/calls"
 agent 2 "calls:6: call: NAME is missing" --script "$dir/calls"
 sed -i '$d' "$dir/calls"
 agent 1 '^no such method: a\\x01b getStatus' --script "$dir/calls" -c $'call a\x01b getStatus'
+
+# The example on bare documents: cut to a range, refused, and told to hide something while it runs.
+"${documents[@]}" "$url" >"$dir/documents.out" 2>&1 &
+documents_pid=$!
+pids+=" $documents_pid"
+echo '{"inventory": {"hide": "ports/mac"}}' >"$dir/hide.json"
+agent 0 'Invalid resource:fans' -c 'wait-for --timeout 60000 telemetry inventory' \
+  -c 'call --timeout 60000 telemetry inventory/fans' -c "config $dir/hide.json" -c 'notify onProfileChanged telemetry' \
+  -c 'call --timeout 60000 telemetry inventory/ports?range=1'
+grep -q '"ports":.*"name": *"eth1"' <(tr -d '\n' <"$dir/run.out") || fail 'the port that was asked for is missing'
+if grep -q 'eth0\|"mac"' "$dir/run.out"; then fail 'a port or a member too many'; fi
+wait_for 'documents: the profile of telemetry changed' "$dir/documents.out"
+wait_for 'documents: the configuration hides .*ports/mac' "$dir/documents.out"
+end "$documents_pid"
 
 # An agent that lasts: commands from standard input, two clients, connections that end, a killed client and one that does not answer.
 mkfifo "$dir/in"
