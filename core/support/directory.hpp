@@ -13,9 +13,9 @@ class Directory {
   explicit Directory(const char* path) noexcept : stream_{opendir(path)} {}
 
   [[nodiscard]] bool isOpen() const noexcept { return stream_ != nullptr; }
-  /// The next entry, valid until the next call; null at the end. The directory must be open. On 32-bit machines
+  /// The next entry, valid until the next call; null at the end, and where no directory is open. On 32-bit machines
   /// readdir() would fail at an inode number of 64 bits.
-  [[nodiscard]] const dirent64* next() const noexcept { return readdir64(stream_.get()); }
+  [[nodiscard]] const dirent64* next() const noexcept { return isOpen() ? readdir64(stream_.get()) : nullptr; }
   /// For openat(2) and its like, which then see this directory whatever its path names meanwhile.
   [[nodiscard]] int descriptor() const noexcept { return dirfd(stream_.get()); }
 

@@ -147,6 +147,104 @@ typedef struct {
 } ZAL_ProcessInfo;
 ZAL_FROZEN_SIZE(ZAL_ProcessInfo, 304, 304);
 
+/**
+ * Reads the record of one process. The command name is the text between the first "(" and the last ")" of the stat
+ * line, whatever bytes it holds; the first argument is taken with its line ends. Numbers of more than 32 bits keep
+ * their low 32 bits, a negative resident size counts as 0, and `cpuUsage` is 0.
+ *
+ * Shape:   `pid` is the name of an entry of /proc: a number or, for example, "self"; a text whose path does not fit
+ * into 255 characters names no process. Threads: any thread. Errors:  either argument is null, the process ended
+ * meanwhile, or its stat line is not as in proc(5): the record is left alone. Source:  /proc/PID/stat and
+ * /proc/PID/cmdline, proc(5).
+ *
+ * @return 0, or -1 on failure
+ */
+ZAL_EXPORT int ZAL_GetProcPid(ZAL_ProcessInfo* process, const char* pid) ZAL_NOEXCEPT;
+
+/** ZAL_GetProcPid with the number of the process. */
+ZAL_EXPORT int ZAL_GetProcPidByInt(ZAL_ProcessInfo* process, int32_t pid) ZAL_NOEXCEPT;
+
+/**
+ * Reads the records of all processes, in the order of /proc, of the first ZAL_PROCESSES_MAX when there are more.
+ *
+ * Ownership: the array in `table` is the caller's.
+ * Shape:     `count` is the number of processes found; for those that end while the others are read, there are zeroed
+ *            records, with `pid` 0, at the end.
+ * Threads:   any thread.
+ * Errors:    /proc cannot be opened (logged), memory runs out: null in `table`, 0 in `count`.
+ * Source:    proc(5).
+ *
+ * @return 0, or -1 on failure
+ */
+ZAL_EXPORT int ZAL_GetProcesses(ZAL_ProcessInfo** table, uint32_t* count) ZAL_NOEXCEPT;
+
+/**
+ * Measures the CPU share of each process for half a second, in which the calling thread sleeps. The records are those
+ * of the end of that time, sorted by pid, with `cpuUsage` and with `utime` and `stime` 0. A share is 0 when no tick
+ * passed, and for a pid that another process took over.
+ *
+ * Ownership: the array in `table` is the caller's.
+ * Shape:     `count` is the smaller number of processes that were found before and after; for those that were not there
+ *            both times, there are zeroed records, with `pid` 0, at the end.
+ * Threads:   any thread.
+ * Errors:    /proc cannot be read, memory runs out: a log line, null in `table`, 0 in `count`.
+ * Source:    proc(5).
+ */
+ZAL_EXPORT void ZAL_GetProcessSummary(ZAL_ProcessInfo** table, uint32_t* count) ZAL_NOEXCEPT;
+
+/**
+ * Compares two ZAL_ProcessInfo by pid, for qsort(3) and bsearch(3).
+ *
+ * @return -1, 0 or 1: `left` is less than, equal to or greater than `right`
+ */
+ZAL_EXPORT int proc_comp_tid(const void* left, const void* right) ZAL_NOEXCEPT;
+
+/**
+ * Names the state of a process: "uninterruptableSleep" (D), "lowPriority" (N), "runQueue" (R), "sleeping" (S),
+ * "stopped" (T), "zombie" (Z), or "unknown" for every other letter.
+ *
+ * Threads: any thread.
+ * Shape:   at most `size` - 1 characters are stored, and terminated; with a null buffer or a size of 0 nothing is.
+ */
+ZAL_EXPORT void ZAL_ConvertStateToString(char state, char* buffer, size_t size) ZAL_NOEXCEPT;
+
+/**
+ * Counts the open descriptors of a process. One that counts its own counts the one that it reads them with, too.
+ *
+ * Threads: any thread.
+ * Source:  /proc/PID/fd, proc(5).
+ *
+ * @return the number; 0 for pid 0, for one that does not exist and for one that the caller may not look into
+ */
+ZAL_EXPORT uint32_t ZAL_CountOpenFileDescriptors(uint32_t pid) ZAL_NOEXCEPT;
+
+/**
+ * Finds a process by the first argument of its command line: with `exact` the whole of it, without it a part. A process
+ * without command line, such as a thread of the kernel, is found by a part of its command name, with `exact` too. The
+ * empty text is a part of every text.
+ *
+ * Of a command line 511 bytes are seen, of a command name 127. Pids below 100 are not considered.
+ *
+ * Threads: any thread.
+ * Source:  /proc/PID/cmdline and /proc/PID/comm, proc(5).
+ *
+ * @return the first pid in the order of /proc; 0 when there is none or `name` is null
+ */
+ZAL_EXPORT int32_t ZAL_GetProcessPidOf(const char* name, int exact) ZAL_NOEXCEPT;
+
+/**
+ * Lists the processes whose command line, its arguments joined by blanks, contains a text: one line each of "root    ",
+ * the pid, "   " and the command line, with a newline between two. Of a command line 511 bytes are seen, and the list
+ * is cut after 511 bytes. The empty text is a part of every command line, also of an empty one.
+ *
+ * Ownership: the list is the caller's.
+ * Threads:   any thread.
+ * Source:    /proc/PID/cmdline, proc(5).
+ *
+ * @return the list; null when no process matches, `pattern` is null or memory runs out
+ */
+ZAL_EXPORT char* ZAL_GetProcessCmdline(const char* pattern) ZAL_NOEXCEPT;
+
 /* ---- Interrupts ------------------------------------------------------------------------------------------------ */
 
 /** Lines of the interrupt table that are kept; those beyond are reported on standard error and skipped. */

@@ -60,3 +60,14 @@ ZAL_FROZEN_OFFSET(ZAL_CpuLoad, valid, 48, 48);
 
 ZAL_FROZEN_OFFSET(ZAL_CpuSummary, numCpus, 0, 0);
 ZAL_FROZEN_OFFSET(ZAL_CpuSummary, cpu, 8, 8);
+
+ZAL_FROZEN_OFFSET(ZAL_ProcessInfo, pid, 0, 0);
+ZAL_FROZEN_OFFSET(ZAL_ProcessInfo, comm, 4, 4);
+ZAL_FROZEN_OFFSET(ZAL_ProcessInfo, cmdline, 20, 20);
+ZAL_FROZEN_OFFSET(ZAL_ProcessInfo, cpuUsage, 276, 276);
+ZAL_FROZEN_OFFSET(ZAL_ProcessInfo, utime, 280, 280);
+ZAL_FROZEN_OFFSET(ZAL_ProcessInfo, stime, 284, 284);
+ZAL_FROZEN_OFFSET(ZAL_ProcessInfo, vsize, 288, 288);
+ZAL_FROZEN_OFFSET(ZAL_ProcessInfo, rss, 292, 292);
+ZAL_FROZEN_OFFSET(ZAL_ProcessInfo, threads, 296, 296);
+ZAL_FROZEN_OFFSET(ZAL_ProcessInfo, state, 300, 300);
