@@ -71,3 +71,19 @@ ZAL_FROZEN_OFFSET(ZAL_ProcessInfo, vsize, 288, 288);
 ZAL_FROZEN_OFFSET(ZAL_ProcessInfo, rss, 292, 292);
 ZAL_FROZEN_OFFSET(ZAL_ProcessInfo, threads, 296, 296);
 ZAL_FROZEN_OFFSET(ZAL_ProcessInfo, state, 300, 300);
+
+ZAL_FROZEN_OFFSET(ZAL_InterruptCpu, present, 0, 0);
+ZAL_FROZEN_OFFSET(ZAL_InterruptCpu, count, 4, 4);
+
+ZAL_FROZEN_OFFSET(ZAL_InterruptType, count, 0, 0);
+ZAL_FROZEN_OFFSET(ZAL_InterruptType, name, 32, 32);
+ZAL_FROZEN_OFFSET(ZAL_InterruptType, description, 42, 42);
+
+ZAL_FROZEN_OFFSET(ZAL_InterruptInfo, totalInterrupts, 0, 0);
+ZAL_FROZEN_OFFSET(ZAL_InterruptInfo, contextSwitches, 4, 4);
+ZAL_FROZEN_OFFSET(ZAL_InterruptInfo, cpu, 8, 8);
+ZAL_FROZEN_OFFSET(ZAL_InterruptInfo, types, 72, 72);
+
+ZAL_FROZEN_OFFSET(ZAL_MemoryInfo, total, 0, 0);
+ZAL_FROZEN_OFFSET(ZAL_MemoryInfo, free, 8, 8);
+ZAL_FROZEN_OFFSET(ZAL_MemoryInfo, available, 16, 16);

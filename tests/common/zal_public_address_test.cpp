@@ -100,8 +100,8 @@ std::string message(const std::string& attributes, const std::string& type = "\1
   return type + std::string(18, '\x42') + attributes;
 }
 
-std::string mapped(char last, const std::string& type = "\0\1"s) {
-  return type + "\0\x8\0\1\x12\x34\xc0\0\2"s + last;
+std::string mapped(char last) {
+  return "\0\1\0\x8\0\1\x12\x34\xc0\0\2"s + last;
 }
 
 const std::string kXorMapped = "\0\x20\0\x8\0\1\x12\x34\xe1\x12\xa6\x43"s;
