@@ -65,8 +65,12 @@ zal::CPtr<ZAL_ProcessInfo> allocateRecords(std::uint32_t count) noexcept {
       static_cast<ZAL_ProcessInfo*>(std::calloc(std::max(count, 1U), sizeof(ZAL_ProcessInfo)))};
 }
 
-void sortByPid(std::span<ZAL_ProcessInfo> records) noexcept {
-  std::ranges::sort(records, [](const auto& left, const auto& right) { return proc_comp_tid(&left, &right) < 0; });
+/// All processes, sorted by pid; without records when they cannot be read, which is logged as ZAL_GetProcessSummary.
+zal::proc::Table takeSnapshot() noexcept {
+  zal::proc::Table table = zal::proc::readTable(kRoot);
+  if (!table.records) ZAL_LOG_AS(ZAL_LOG_ERROR, "ZAL_GetProcessSummary", "ZAL_GetProcesses() failed\n");
+  std::ranges::sort(table.span(), [](const auto& left, const auto& right) { return proc_comp_tid(&left, &right) < 0; });
+  return table;
 }
 
 /// The processor time that a process took. Less than before means another process under the same pid: no time.
@@ -127,14 +131,15 @@ std::optional<ZAL_ProcessInfo> readProcess(const char* root, const char* pid) no
   return process;
 }
 
-std::optional<Table> readTable(const char* root) noexcept {
+Table readTable(const char* root) noexcept {
+  Table table{};
   const Directory processes{root};
   if (!processes.isOpen()) {
     ZAL_LOG_AS(ZAL_LOG_ERROR, "ZAL_GetProcesses", "Could not open /proc\n");
-    return std::nullopt;
+    return table;
   }
-  Table table{allocateRecords(ZAL_PROCESSES_MAX), 0};
-  if (!table.records) return std::nullopt;
+  table.records = allocateRecords(ZAL_PROCESSES_MAX);
+  if (!table.records) return table;
   // Processes that vanish are counted as well, up to the limit; those behind it may still take their place.
   for (std::uint32_t filled = 0; filled < ZAL_PROCESSES_MAX;) {
     const char* const pid = nextProcess(processes);
@@ -217,43 +222,35 @@ int ZAL_GetProcPidByInt(ZAL_ProcessInfo* process, int32_t pid) noexcept {
 }
 
 int ZAL_GetProcesses(ZAL_ProcessInfo** table, uint32_t* count) noexcept {
-  auto found = zal::proc::readTable(kRoot);
-  *table = found ? found->records.release() : nullptr;
-  *count = found ? found->count : 0;
-  return found ? 0 : -1;
+  zal::proc::Table found = zal::proc::readTable(kRoot);
+  *table = found.records.release();
+  *count = found.count;
+  return *table == nullptr ? -1 : 0;
 }
 
 void ZAL_GetProcessSummary(ZAL_ProcessInfo** table, uint32_t* count) noexcept {
   *table = nullptr;
   *count = 0;
-  const auto snapshot = [function = __func__] {
-    auto taken = zal::proc::readTable(kRoot);
-    if (taken)
-      sortByPid(taken->span());
-    else
-      ZAL_LOG_AS(ZAL_LOG_ERROR, function, "ZAL_GetProcesses() failed\n");
-    return taken;
-  };
+  const int processors = ZAL_GetNumOfCpu();
   uint64_t start = 0;
   uint64_t end = 0;
 
-  const int processors = ZAL_GetNumOfCpu();
   ZAL_GetTotalCpuTime(&start, nullptr);
-  const auto before = snapshot();
-  if (!before) return;
+  const zal::proc::Table before = takeSnapshot();
+  if (!before.records) return;
   ZAL_Sleep(zal::cpu::kSampleMs);
   ZAL_GetTotalCpuTime(&end, nullptr);
-  const auto after = snapshot();
-  if (!after) return;
+  const zal::proc::Table after = takeSnapshot();
+  if (!after.records) return;
 
-  const uint32_t smaller = std::min(before->count, after->count);
-  auto records = allocateRecords(smaller);
-  if (!records) {
+  const uint32_t smaller = std::min(before.count, after.count);
+  auto joined = allocateRecords(smaller);
+  if (!joined) {
     ZAL_LOG(ZAL_LOG_ERROR, "calloc() failed\n");
     return;
   }
-  zal::proc::joinSnapshots(before->span(), after->span(), end - start, processors, records.get());
-  *table = records.release();
+  zal::proc::joinSnapshots(before.span(), after.span(), end - start, processors, joined.get());
+  *table = joined.release();
   *count = smaller;
 }
 

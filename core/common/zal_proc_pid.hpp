@@ -26,8 +26,9 @@ struct Table {
 [[nodiscard]] std::optional<ZAL_ProcessInfo> parseStat(std::string_view text) noexcept;
 /// The record of the process `pid` in `root`.
 [[nodiscard]] std::optional<ZAL_ProcessInfo> readProcess(const char* root, const char* pid) noexcept;
-/// All processes in `root`; nothing when it cannot be opened, which is logged as ZAL_GetProcesses, or memory runs out.
-[[nodiscard]] std::optional<Table> readTable(const char* root) noexcept;
+/// All processes in `root`; no records when it cannot be opened, which is logged as ZAL_GetProcesses, or memory runs
+/// out.
+[[nodiscard]] Table readTable(const char* root) noexcept;
 /// Stores the processes that both snapshots hold, which are sorted by pid, with their share of `elapsed` ticks of so
 /// many processors. There is room in `joined` for the smaller snapshot.
 void joinSnapshots(std::span<const ZAL_ProcessInfo> before, std::span<const ZAL_ProcessInfo> after,

@@ -84,18 +84,17 @@ TEST_F(ProcessTree, IsReadUpToTwoHundredProcessesWithZeroesForThoseThatVanish) {
   fs::create_directory(dir_.file("acpi"));
   writeFile(dir_.file("10"), "");
   auto table = proc::readTable(root_.c_str());
-  ASSERT_TRUE(table);
-  std::qsort(table->records.get(), table->count, sizeof(ZAL_ProcessInfo), proc_comp_tid);
+  std::qsort(table.records.get(), table.count, sizeof(ZAL_ProcessInfo), proc_comp_tid);
   std::vector<std::string> found;
-  for (const ZAL_ProcessInfo& record : table->span()) found.push_back(std::to_string(record.pid) + record.cmdline);
+  for (const ZAL_ProcessInfo& record : table.span()) found.push_back(std::to_string(record.pid) + record.cmdline);
   EXPECT_EQ(found, (std::vector<std::string>{"0", "7/bin/sh\n", "8" + std::string(255, 'x')}));
 
   for (int i = 100; i < 350; ++i) fs::create_directory(dir_.file(std::to_string(i)));
   table = proc::readTable(root_.c_str());
-  EXPECT_EQ(table->count, 200U);
-  EXPECT_EQ(table->span()[1].pid + table->span()[0].pid, 15);
+  EXPECT_EQ(table.count, 200U);
+  EXPECT_EQ(table.span()[1].pid + table.span()[0].pid, 15);
   const LogCapture log;
-  EXPECT_FALSE(proc::readTable(dir_.file("none").c_str()));
+  EXPECT_FALSE(proc::readTable(dir_.file("none").c_str()).records);
   EXPECT_TRUE(log.contains("ZAL_GetProcesses") && log.contains("Could not open /proc\n")) << log.text();
   writeFile(dir_.file("7/sta"), "7 (cut)" + kRest);  // what the paths would name if they were cut to 255 characters
   writeFile(dir_.file("7/cmd"), "cut");
