@@ -77,12 +77,12 @@ ZAL_EXPORT int ZAL_GetNumOfCpu(void) ZAL_NOEXCEPT;
 ZAL_EXPORT void ZAL_GetTotalCpuTime(uint64_t* total, uint64_t* idle) ZAL_NOEXCEPT;
 
 /**
- * Reads the time counters of each processor, ZAL_GetNumOfCpu records in the order of the processors. Only the first
- * 1023 bytes of the file are seen; a counter that they cut in two counts with the digits that are there.
+ * Reads the time counters of each processor, ZAL_GetNumOfCpu records in the order of the processors. The array has room
+ * for ZAL_CPU_MAX, so a processor that joins meanwhile is not beyond it; records without a processor are zero.
  *
  * Ownership: the array in `stats` is the caller's.
  * Threads:   any thread.
- * Shape:     room for ZAL_CPU_MAX records, those behind the last processor zero.
+ * Limits:    the first 1023 bytes of the file; a counter that is cut there is read as it is.
  * Errors:    a processor that is not found stays zero, with `valid` 0; a file that cannot be opened leaves all of them
  *            so and is reported on standard error.
  * Source:    the lines "cpu0", "cpu1" ... of /proc/stat, proc(5).
@@ -117,10 +117,10 @@ ZAL_EXPORT void ZAL_GetCpuSummary(ZAL_CpuSummary* summary) ZAL_NOEXCEPT;
 ZAL_EXPORT uint32_t ZAL_GetCpuFrequency(int index) ZAL_NOEXCEPT;
 
 /**
- * Reads the frequency of every configured processor, online or not, with ZAL_GetCpuFrequency.
+ * Reads the frequency of every configured processor, online or not, with ZAL_GetCpuFrequency. `list` has room for
+ * ZAL_CPU_MAX entries.
  *
  * Threads: any thread.
- * Shape:   `list` has room for ZAL_CPU_MAX entries.
  * Units:   kHz in whole MHz: the last three digits are 0.
  *
  * @return the number of entries filled; below 1, with none filled, what sysconf(3) said of _SC_NPROCESSORS_CONF
@@ -148,14 +148,17 @@ typedef struct {
 ZAL_FROZEN_SIZE(ZAL_ProcessInfo, 304, 304);
 
 /**
- * Reads the record of one process. The command name is the text between the first "(" and the last ")" of the stat
- * line, whatever bytes it holds; the first argument is taken with its line ends. Numbers of more than 32 bits keep
- * their low 32 bits, a negative resident size counts as 0, and `cpuUsage` is 0.
+ * Reads the record of one process. `pid` is the name of its directory in /proc: a number or, for example, "self".
  *
- * Shape:   `pid` is the name of an entry of /proc: a number or, for example, "self"; a text whose path does not fit
- * into 255 characters names no process. Threads: any thread. Errors:  either argument is null, the process ended
- * meanwhile, or its stat line is not as in proc(5): the record is left alone. Source:  /proc/PID/stat and
- * /proc/PID/cmdline, proc(5).
+ * The command name is the text between the first "(" and the last ")" of the stat line, whatever bytes it holds; the
+ * first argument is taken with its line ends. Numbers of more than 32 bits keep their low 32 bits, a negative resident
+ * size counts as 0, and `cpuUsage` is 0.
+ *
+ * Threads: any thread.
+ * Limits:  paths of 255 characters; a `pid` that makes a longer one names no process.
+ * Errors:  an argument is null, the process ended meanwhile, its stat line is not as in proc(5): the record is left
+ *          alone.
+ * Source:  /proc/PID/stat and /proc/PID/cmdline, proc(5).
  *
  * @return 0, or -1 on failure
  */
@@ -165,12 +168,12 @@ ZAL_EXPORT int ZAL_GetProcPid(ZAL_ProcessInfo* process, const char* pid) ZAL_NOE
 ZAL_EXPORT int ZAL_GetProcPidByInt(ZAL_ProcessInfo* process, int32_t pid) ZAL_NOEXCEPT;
 
 /**
- * Reads the records of all processes, in the order of /proc, of the first ZAL_PROCESSES_MAX when there are more.
+ * Reads the records of all processes, in the order of /proc. `count` is the number of processes found; for those that
+ * end while the others are read, there are zeroed records, with `pid` 0, at the end.
  *
  * Ownership: the array in `table` is the caller's.
- * Shape:     `count` is the number of processes found; for those that end while the others are read, there are zeroed
- *            records, with `pid` 0, at the end.
  * Threads:   any thread.
+ * Limits:    ZAL_PROCESSES_MAX processes; those behind them are not seen.
  * Errors:    /proc cannot be opened (logged), memory runs out: null in `table`, 0 in `count`.
  * Source:    proc(5).
  *
@@ -181,12 +184,14 @@ ZAL_EXPORT int ZAL_GetProcesses(ZAL_ProcessInfo** table, uint32_t* count) ZAL_NO
 /**
  * Measures the CPU share of each process for half a second, in which the calling thread sleeps. The records are those
  * of the end of that time, sorted by pid, with `cpuUsage` and with `utime` and `stime` 0. A share is 0 when no tick
- * passed, and for a pid that another process took over.
+ * passed, and for a pid whose times went back because another process took it over.
+ *
+ * `count` is the smaller of the numbers of processes found before and after; for those that were not there both times,
+ * there are zeroed records, with `pid` 0, at the end.
  *
  * Ownership: the array in `table` is the caller's.
- * Shape:     `count` is the smaller number of processes that were found before and after; for those that were not there
- *            both times, there are zeroed records, with `pid` 0, at the end.
  * Threads:   any thread.
+ * Limits:    as ZAL_GetProcesses, each time.
  * Errors:    /proc cannot be read, memory runs out: a log line, null in `table`, 0 in `count`.
  * Source:    proc(5).
  */
@@ -201,10 +206,10 @@ ZAL_EXPORT int proc_comp_tid(const void* left, const void* right) ZAL_NOEXCEPT;
 
 /**
  * Names the state of a process: "uninterruptableSleep" (D), "lowPriority" (N), "runQueue" (R), "sleeping" (S),
- * "stopped" (T), "zombie" (Z), or "unknown" for every other letter.
+ * "stopped" (T), "zombie" (Z), or "unknown" for every other letter. At most `size` - 1 characters are stored, and
+ * terminated; with a null buffer or a size of 0 nothing is.
  *
  * Threads: any thread.
- * Shape:   at most `size` - 1 characters are stored, and terminated; with a null buffer or a size of 0 nothing is.
  */
 ZAL_EXPORT void ZAL_ConvertStateToString(char state, char* buffer, size_t size) ZAL_NOEXCEPT;
 
@@ -221,11 +226,10 @@ ZAL_EXPORT uint32_t ZAL_CountOpenFileDescriptors(uint32_t pid) ZAL_NOEXCEPT;
 /**
  * Finds a process by the first argument of its command line: with `exact` the whole of it, without it a part. A process
  * without command line, such as a thread of the kernel, is found by a part of its command name, with `exact` too. The
- * empty text is a part of every text.
- *
- * Of a command line 511 bytes are seen, of a command name 127. Pids below 100 are not considered.
+ * empty text is a part of every text. Pids below 100 are not considered.
  *
  * Threads: any thread.
+ * Limits:  511 bytes of a command line, 127 of a command name; what is behind them is not seen.
  * Source:  /proc/PID/cmdline and /proc/PID/comm, proc(5).
  *
  * @return the first pid in the order of /proc; 0 when there is none or `name` is null
@@ -234,11 +238,12 @@ ZAL_EXPORT int32_t ZAL_GetProcessPidOf(const char* name, int exact) ZAL_NOEXCEPT
 
 /**
  * Lists the processes whose command line, its arguments joined by blanks, contains a text: one line each of "root    ",
- * the pid, "   " and the command line, with a newline between two. Of a command line 511 bytes are seen, and the list
- * is cut after 511 bytes. The empty text is a part of every command line, also of an empty one.
+ * the pid, "   " and the command line, with a newline between two. The empty text is a part of every command line, also
+ * of an empty one.
  *
  * Ownership: the list is the caller's.
  * Threads:   any thread.
+ * Limits:    511 bytes of a command line, and of the list, which is cut there.
  * Source:    /proc/PID/cmdline, proc(5).
  *
  * @return the list; null when no process matches, `pattern` is null or memory runs out

@@ -1,8 +1,10 @@
 #include "common/zal_proc_pid.hpp"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -22,6 +24,8 @@
 namespace {
 
 using namespace zal::test;
+using ::testing::Each;
+using ::testing::IsNull;
 namespace fs = std::filesystem;
 namespace proc = zal::proc;
 
@@ -93,9 +97,6 @@ TEST_F(ProcessTree, IsReadUpToTwoHundredProcessesWithZeroesForThoseThatVanish) {
   table = proc::readTable(root_.c_str());
   EXPECT_EQ(table.count, 200U);
   EXPECT_EQ(table.span()[1].pid + table.span()[0].pid, 15);
-  const LogCapture log;
-  EXPECT_FALSE(proc::readTable(dir_.file("none").c_str()).records);
-  EXPECT_TRUE(log.contains("ZAL_GetProcesses") && log.contains("Could not open /proc\n")) << log.text();
   writeFile(dir_.file("7/sta"), "7 (cut)" + kRest);  // what the paths would name if they were cut to 255 characters
   writeFile(dir_.file("7/cmd"), "cut");
   EXPECT_FALSE(proc::readProcess((root_ + std::string(249 - root_.size(), '/')).c_str(), "7"));
@@ -126,7 +127,6 @@ TEST_F(ProcessTree, IsSearchedByFirstArgumentOrNameOfAThread) {
   for (const auto& [name, exact, pid] : {Row{"early", false, 100}, Row{"early", true, 0}, Row{"/sbin/early", true, 100},
                                          Row{"late", false, 0}, Row{"worker", true, 101}, Row{"workers", false, 0}})
     EXPECT_EQ(proc::findProcess(root_.c_str(), name, exact), pid) << name;
-  EXPECT_EQ(proc::findProcess(dir_.file("none").c_str(), "", false), 0);
 
   EXPECT_STREQ(proc::listCommandLines(root_.c_str(), "early late").get(), "root    100   /sbin/early late ");
   EXPECT_EQ(proc::listCommandLines(root_.c_str(), "worker"), nullptr);
@@ -173,6 +173,26 @@ TEST(ThisMachine, HasNoProcessForWhatNamesNone) {
   EXPECT_EQ(ZAL_CountOpenFileDescriptors(0) + ZAL_CountOpenFileDescriptors(0x7FFFFFFF), 0U);
   EXPECT_EQ(ZAL_GetProcessPidOf(nullptr, 0), 0);
   EXPECT_EQ(ZAL_GetProcessCmdline(nullptr), nullptr);
+}
+
+TEST(ThisMachine, HasNoTableWhileNothingCanBeOpened) {
+  const LogCapture log;
+  rlimit usual{};
+  getrlimit(RLIMIT_NOFILE, &usual);
+  const rlimit none{0, usual.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  ZAL_ProcessInfo record{};
+  ZAL_ProcessInfo* tables[] = {&record, &record};
+  std::uint32_t counts[] = {7, 7};
+  EXPECT_EQ(ZAL_GetProcesses(&tables[0], &counts[0]), -1);
+  ZAL_GetProcessSummary(&tables[1], &counts[1]);
+  EXPECT_EQ(ZAL_GetProcessCmdline(""), nullptr);
+  setrlimit(RLIMIT_NOFILE, &usual);
+
+  EXPECT_THAT(tables, Each(IsNull()));
+  EXPECT_THAT(counts, Each(0U));
+  EXPECT_EQ(log.count("Could not open /proc\n"), 2) << log.text();
+  EXPECT_EQ(log.count("ZAL_GetProcesses() failed\n"), 1) << log.text();
 }
 
 TEST(ThisMachine, ShowsABusyChildInTheSummary) {
