@@ -1,0 +1,199 @@
+// Requests, events, documents and starts: two processes at a socket, the agent here, the client a child.
+#include <stdlib.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <stdexcept>
+#include <vector>
+
+#include "agents/agent.hpp"
+#include "suites.hpp"
+#include "support/process.hpp"
+
+namespace bench {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double secondsSince(Clock::time_point start) {
+  return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+/// A directory of its own for the sockets.
+class SocketDirectory {
+ public:
+  SocketDirectory() {
+    char name[] = "/tmp/zal-bench-XXXXXX";
+    if (mkdtemp(name) == nullptr) throw std::runtime_error{"mkdtemp"};
+    path_ = name;
+  }
+  ~SocketDirectory() { std::filesystem::remove_all(path_); }
+  SocketDirectory(const SocketDirectory&) = delete;
+  SocketDirectory& operator=(const SocketDirectory&) = delete;
+
+  [[nodiscard]] std::string next() { return path_ + "/" + std::to_string(++count_); }
+
+ private:
+  std::string path_;
+  int count_ = 0;
+};
+
+void checkStatus(std::string_view answer) {
+  if (answer.find(kStatusData) == std::string_view::npos)
+    throw std::runtime_error{"a wrong answer: " + std::string{answer}};
+}
+
+/// An agent and its client, which has answered its first request.
+class Session {
+ public:
+  Session(const Peer& peer, const Settings& settings, SocketDirectory& sockets)
+      : name{peer.name},
+        path_{sockets.next()},
+        agent{peer.listen(path_)},
+        start_{Clock::now()},
+        client{{settings.programs + "/" + peer.client, path_}} {
+    agent->meet();
+    roundTrip();
+    secondsToFirstAnswer = secondsSince(start_);
+  }
+
+  void roundTrip() {
+    agent->send(Kind::kStatus, request_);
+    checkStatus(agent->receive());
+  }
+
+  std::string name;
+
+ private:
+  std::string path_;
+  std::string request_ = statusRequest();
+
+ public:
+  std::unique_ptr<Agent> agent;
+
+ private:
+  Clock::time_point start_;
+
+ public:
+  Process client;
+  double secondsToFirstAnswer = 0;
+};
+
+/// The median time of a request while no other is under way, in microseconds.
+double latency(Session& session, int count) {
+  std::vector<double> times;
+  for (int i = 0; i < count; ++i) {
+    const auto start = Clock::now();
+    session.roundTrip();
+    times.push_back(secondsSince(start) * 1e6);
+  }
+  std::nth_element(times.begin(), times.begin() + count / 2, times.end());
+  return times[static_cast<std::size_t>(count) / 2];
+}
+
+/// Sends `count` requests, so that `inFlight` of them are under way, and checks the answers.
+template <class Check>
+double exchange(Session& session, Kind kind, const std::string& request, int count, int inFlight, Check check) {
+  const auto start = Clock::now();
+  for (int sent = 0; sent < std::min(inFlight, count); ++sent) session.agent->send(kind, request);
+  for (int received = 0; received < count; ++received) {
+    check(session.agent->receive());
+    if (received + inFlight < count) session.agent->send(kind, request);
+  }
+  return secondsSince(start);
+}
+
+double requestsPerSecond(Session& session, int count, double& cpuMicroseconds) {
+  constexpr int kInFlight = 64;
+  const double cpuBefore = session.client.cpuSeconds();
+  const double seconds = exchange(session, Kind::kStatus, statusRequest(), count, kInFlight, checkStatus);
+  cpuMicroseconds = (session.client.cpuSeconds() - cpuBefore) / count * 1e6;
+  return count / seconds;
+}
+
+double eventsPerSecond(Session& session, int count) {
+  const auto start = Clock::now();
+  session.agent->send(Kind::kEvents, eventsRequest(count));
+  for (int i = 0; i < count; ++i) {
+    char expected[32];
+    std::snprintf(expected, sizeof expected, "\"number\":%d,", i);
+    if (session.agent->receive().find(expected) == std::string_view::npos)
+      throw std::runtime_error{session.name + ": an event is missing"};
+  }
+  return count / secondsSince(start);
+}
+
+double megabytesPerSecond(Session& session, int count) {
+  constexpr int kInFlight = 4;
+  static const std::string document = documentRequest(1 << 20);
+  static const std::string expected =
+      "{\"readings\":" + std::to_string(std::count(document.begin(), document.end(), '{') - 1) + "}";
+  const auto check = [&](std::string_view answer) {
+    if (answer.find(expected) == std::string_view::npos) throw std::runtime_error{"a document was not read"};
+  };
+  const double seconds = exchange(session, Kind::kDocument, document, count, kInFlight, check);
+  return static_cast<double>(document.size()) * count / seconds / 1e6;
+}
+
+class Sessions {
+ public:
+  explicit Sessions(const Settings& settings) : settings_{settings} {
+    for (const Peer& peer : peers()) all_.push_back(std::make_unique<Session>(peer, settings, sockets_));
+  }
+
+  template <class Measurement>
+  std::vector<Candidate> candidates(Measurement measurement) {
+    std::vector<Candidate> made;
+    for (const auto& session : all_)
+      made.push_back({session->name, [&session, measurement] { return measurement(*session); }});
+    return made;
+  }
+
+  [[nodiscard]] int times(int count) const { return std::max(1, static_cast<int>(count * settings_.effort)); }
+
+ private:
+  const Settings& settings_;
+  SocketDirectory sockets_;
+  std::vector<std::unique_ptr<Session>> all_;
+};
+
+}  // namespace
+
+void measureRequests(const Settings& settings, Report& report) {
+  {
+    SocketDirectory sockets;
+    std::vector<Candidate> starts;
+    for (const Peer& peer : peers())
+      starts.push_back({peer.name, [&] { return Session{peer, settings, sockets}.secondsToFirstAnswer * 1e3; }});
+    report.add({"exec to first answer", "ms", settings.rounds * 2}, starts);
+  }
+
+  Sessions sessions{settings};
+  report.add({"request latency, one in flight", "us", settings.rounds},
+             sessions.candidates([&](Session& session) { return latency(session, sessions.times(3000)); }));
+
+  std::map<std::string, std::vector<double>> cpu;
+  report.add({"requests, 64 in flight", "1/s", settings.rounds}, sessions.candidates([&](Session& session) {
+    double used = 0;
+    const double rate = requestsPerSecond(session, sessions.times(20000), used);
+    cpu[session.name].push_back(used);
+    return rate;
+  }));
+  std::map<std::string, std::size_t> round;
+  report.add({"client CPU a request, 64 in flight", "us", settings.rounds},
+             sessions.candidates([&](Session& session) { return cpu[session.name][round[session.name]++]; }));
+  report.add({"memory of the client under requests", "MB", 1},
+             sessions.candidates([](Session& session) { return session.client.residentMegabytes(); }));
+  report.add({"events of 300 bytes", "1/s", settings.rounds},
+             sessions.candidates([&](Session& session) { return eventsPerSecond(session, sessions.times(20000)); }));
+  report.add({"documents of 1 MiB received", "MB/s", settings.rounds},
+             sessions.candidates([&](Session& session) { return megabytesPerSecond(session, sessions.times(24)); }));
+  report.add({"memory of the client after documents", "MB", 1},
+             sessions.candidates([](Session& session) { return session.client.residentMegabytes(); }));
+}
+
+}  // namespace bench

@@ -1,0 +1,18 @@
+// What can be measured. Each suite adds its tables to the report.
+#pragma once
+
+#include <string>
+
+#include "support/table.hpp"
+
+namespace bench {
+
+struct Settings {
+  std::string programs;  ///< where the clients' programs lie
+  int rounds = 7;
+  double effort = 1;  ///< how much of the usual amount of work a round does
+};
+
+void measureRequests(const Settings& settings, Report& report);
+
+}  // namespace bench
