@@ -15,15 +15,6 @@
 
 namespace zal {
 
-CPtr<char> printJson(const cJSON* node) noexcept {
-  // A program may have given cJSON an allocator of its own, whose memory free() does not take.
-  char* printed = cJSON_PrintUnformatted(node);
-  if (printed == nullptr) return nullptr;
-  CPtr<char> text = copyText(printed);
-  cJSON_free(printed);
-  return text;
-}
-
 CPtr<char> base64Text(const void* bytes, std::uint32_t length) noexcept {
   const std::uint64_t encoded = (std::uint64_t{length} + 2) / 3 * 4;
   if ((bytes == nullptr && length != 0) || encoded >= std::numeric_limits<std::int32_t>::max()) return nullptr;
