@@ -43,7 +43,7 @@ bool giveUp(ZAL_IpcHandle_& ipc, uv_stream_t* stream) noexcept {
 }
 
 void ZAL_IPC_OnReadFromServer(uv_stream_t* stream, ssize_t count, const uv_buf_t* buffer) noexcept {
-  const CPtr<char> bytes{buffer->base};
+  const ReadBlock block{stream, *buffer};
   if (count >= 0) {
     receiveFromServer(stream, *buffer, count);
     return;

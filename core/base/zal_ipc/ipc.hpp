@@ -19,6 +19,7 @@
 #include <cstdint>
 #include <optional>
 #include <type_traits>
+#include <utility>
 
 #include "support/lock.hpp"
 #include "support/memory.hpp"
@@ -38,15 +39,13 @@ struct Callback {
 
 }  // namespace zal::ipc
 
-/// One write that waits or is under way. Every entry of a queue but an in-flight head waits.
+/// One buffer that waits or is under way; those under way stand at the head of the queue.
 struct ZAL_IpcWriteEntry {
   zal::CPtr<void> buffer;
   std::uint32_t length;
   bool inFlight;
   uv_stream_t* stream;
   ZAL_IpcWriteEntry* next;
-
-  uv_write_t request;  // part of the entry, so that starting a write cannot run out of memory
 };
 
 /// One accepted connection, as the application knows it; part of its Stream.
@@ -85,6 +84,8 @@ struct ZAL_IpcHandle_ {
 
   zal::ipc::Stream* gatherStream = nullptr;  // whose bytes gatherState holds; the loop thread's
   ZAL_IpcWriteEntry** writeTail ZAL_GUARDED_BY(lock) = &writeQueue;
+  uv_write_t writeRequest{};                                 // of the one write that is in flight; the loop thread's
+  zal::CPtr<char> readBuffer;                                // between reads; the loop thread's
   zal::ipc::Stream* streams ZAL_GUARDED_BY(lock) = nullptr;  // every stream that libuv may still know
   std::atomic<bool> abandoned{false};                        // ZAL_IPC_UnInit is done with it
   ZAL_IpcHandle_* nextLive = nullptr;                        // the list that ZAL_IPC_AsyncCb searches
@@ -138,10 +139,25 @@ struct Endpoint {
 
 // stream.cpp
 
+/// The block that libuv has read into. It goes back to the handle, for the next read of any stream.
+class ReadBlock {
+ public:
+  ReadBlock(uv_stream_t* stream, const uv_buf_t& buffer) noexcept
+      : ipc_{*Stream::of(stream).ipc}, bytes_{buffer.base} {}
+  ~ReadBlock() { ipc_.readBuffer = std::move(bytes_); }
+  ReadBlock(const ReadBlock&) = delete;
+  ReadBlock& operator=(const ReadBlock&) = delete;
+
+ private:
+  ZAL_IpcHandle_& ipc_;
+  CPtr<char> bytes_;
+};
+
 /// Makes and initialises a stream of the handle's loop; null, with a log line, when that fails. A listener or a
 /// client's stream becomes the handle's pipe or tcp. Its `data` is the context of an accepted stream, else the handle.
 [[nodiscard]] Stream* openStream(ZAL_IpcHandle_& ipc, Transport transport, Role role) noexcept;
-/// Starts reading unless the stream is to be closed; a failure goes to `onRead` like any read error.
+/// Starts reading unless the stream is to be closed; a failure goes to `onRead` like any read error. It holds its
+/// buffer in a ReadBlock.
 void startReading(Stream& stream, uv_read_cb onRead) noexcept;
 /// Feeds a block of the stream to the engine, which calls `onImage` for each image that it completes.
 void gather(tpl_gather_state*& pending, const uv_buf_t& buffer, ssize_t count, tpl_gather_callback onImage,

@@ -34,8 +34,9 @@ void enlist(ZAL_IpcHandle_& ipc, Stream& stream, Transport transport) noexcept {
 }
 
 /// Without memory libuv gets an empty buffer, and the read callback UV_ENOBUFS, which ends the connection.
-void allocateReadBuffer(uv_handle_t* /*handle*/, std::size_t /*suggested*/, uv_buf_t* buffer) noexcept {
-  buffer->base = allocateBytes(kReadBufferBytes).release();  // the read callback frees it
+void lendReadBuffer(uv_handle_t* handle, std::size_t /*suggested*/, uv_buf_t* buffer) noexcept {
+  CPtr<char>& kept = Stream::of(handle).ipc->readBuffer;
+  buffer->base = kept ? kept.release() : allocateBytes(kReadBufferBytes).release();  // a ReadBlock returns it
   buffer->len = buffer->base != nullptr ? kReadBufferBytes : 0;
 }
 
@@ -58,7 +59,7 @@ Stream* openStream(ZAL_IpcHandle_& ipc, Transport transport, Role role) noexcept
 
 void startReading(Stream& stream, uv_read_cb onRead) noexcept {
   if (stream.closing) return;
-  const int status = uv_read_start(&stream.uv.stream, allocateReadBuffer, onRead);
+  const int status = uv_read_start(&stream.uv.stream, lendReadBuffer, onRead);
   const uv_buf_t nothing = uv_buf_init(nullptr, 0);
   if (status != 0) onRead(&stream.uv.stream, status, &nothing);
 }
