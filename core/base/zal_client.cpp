@@ -170,15 +170,7 @@ void onMessage(void* data, uint32_t size, void* client, void* /*source*/) noexce
 
 void clientWork(uv_work_t* request) noexcept {
   if (request == nullptr || request->data == nullptr) return;
-  auto* const item = static_cast<ZAL_ClientWorkItem>(request->data);
-  switch (item->command->code) {
-    case ZAL_IPC_CMD_GATEWAY_REQUEST:
-      return handleClientRequest(item);
-    case ZAL_IPC_CMD_GATEWAY_RESPONSE:
-      return handleGatewayResponse(item);
-    default:
-      zal::answerRequest(*zal::WorkItemPtr{item});
-  }
+  zal::work(zal::WorkItemPtr{static_cast<ZAL_ClientWorkItem>(request->data)});
 }
 
 void handleClientRequest(ZAL_ClientWorkItem item) noexcept {

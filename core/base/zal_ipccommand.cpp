@@ -1,14 +1,21 @@
 // IPC command records and their lists, and the image "A(iBBBBi)" in which a list travels. A list belongs to one thread
-// at a time. What the codes mean is the client's business, the bytes of the image are the serialization engine's.
+// at a time. The image is read and written here without a map, since its format is known; what is wrong with one that
+// cannot be read is left to the serialization engine to say. What the codes mean is the client's business.
+#include "base/zal_ipccommand.hpp"
+
 #include <zal/zal_ipccommand.h>
 #include <zal/zal_tpl.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <memory>
+#include <optional>
+#include <string_view>
 #include <utility>
 
+#include "base/zal_tpl.hpp"
 #include "support/memory.hpp"
 
 struct ZAL_IpcCommandList_ {
@@ -16,6 +23,10 @@ struct ZAL_IpcCommandList_ {
 };
 
 namespace {
+
+using zal::CommandView;
+using zal::CPtr;
+using zal::Image;
 
 struct CommandFree {
   void operator()(ZAL_IpcCommand* command) const noexcept {
@@ -58,54 +69,132 @@ void copyField(char (&field)[Size], const char (&text)[Size]) noexcept {
   copyField(field, text, Size);
 }
 
-/// The variables that one element of the image is packed from and unpacked into.
-struct Element {
-  std::int32_t code = 0;
-  tpl_blob service = {};
-  tpl_blob name = {};
-  tpl_blob optionalParam = {};
-  tpl_blob payload = {};
-  std::int32_t requestId = 0;
+constexpr std::string_view kFormat{"A(iBBBBi)\0", 10};  // with its terminator, as it stands in the image
+constexpr std::size_t kFrontSize = zal::tpl::kHeaderSize + kFormat.size() + sizeof(std::uint32_t);
 
-  [[nodiscard]] MapPtr map() noexcept {
-    return MapPtr{tpl_map("A(iBBBBi)", &code, &service, &name, &optionalParam, &payload, &requestId)};
-  }
-};
-constexpr int kElements = 1;  // the index of the image's only array
-
-/// The bytes of a field with its terminator; a field that has none is sent up to its end.
+/// The text of a field; one that has no terminator ends with the field.
 template <std::size_t Size>
-tpl_blob blobOf(const char (&field)[Size]) noexcept {
-  const std::size_t length = strnlen(field, Size - 1) + 1;
-  return {const_cast<char*>(field), static_cast<std::uint32_t>(length)};
+std::string_view textOf(const char (&field)[Size]) noexcept {
+  return {field, strnlen(field, Size - 1)};
 }
 
-void fill(Element& element, const ZAL_IpcCommand& command) noexcept {
-  element.code = command.code;
-  element.service = blobOf(command.service);
-  element.name = blobOf(command.name);
-  element.optionalParam = blobOf(command.optionalParam);
-  element.payload = {command.payload, command.payloadSize};
-  element.requestId = command.requestId;
+std::size_t sizeOf(const CommandView& command) noexcept {
+  constexpr std::size_t kNumbers = 2;
+  constexpr std::size_t kTexts = 3;  // they are sent with their terminators
+  constexpr std::size_t kBlobs = kTexts + 1;
+  return (kNumbers + kBlobs) * sizeof(std::uint32_t) + kTexts + command.service.size() + command.name.size() +
+         command.optionalParam.size() + command.payload.size();
 }
 
-/// The record of an unpacked element, which takes over the payload; null when memory runs out. The element owns nothing
-/// afterwards.
-CommandPtr takeCommand(Element& element) noexcept {
-  CommandPtr command = newCommand();
-  if (command) {
-    command->code = element.code;
-    copyField(command->service, element.service.address, element.service.length);
-    copyField(command->name, element.name.address, element.name.length);
-    copyField(command->optionalParam, element.optionalParam.address, element.optionalParam.length);
-    command->payload = std::exchange(element.payload.address, nullptr);
-    command->payloadSize = element.payload.length;
-    command->requestId = static_cast<std::uint16_t>(element.requestId);
+void writeBlob(zal::tpl::Writer& out, std::string_view bytes) noexcept {
+  out.value(static_cast<std::uint32_t>(bytes.size()));
+  out.bytes(bytes.data(), bytes.size());
+}
+
+void writeText(zal::tpl::Writer& out, std::string_view text) noexcept {
+  out.value(static_cast<std::uint32_t>(text.size() + 1));
+  out.bytes(text.data(), text.size());
+  out.value('\0');
+}
+
+void write(zal::tpl::Writer& out, const CommandView& command) noexcept {
+  out.value(command.code);
+  for (const std::string_view text : {command.service, command.name, command.optionalParam}) writeText(out, text);
+  writeBlob(out, command.payload);
+  out.value(command.requestId);
+}
+
+/// Encodes what `forEach` calls its argument with, once to measure and once to write.
+template <class ForEach>
+Image encodeAll(ForEach forEach) noexcept {
+  std::uint64_t size = kFrontSize;
+  std::uint32_t count = 0;
+  forEach([&](const CommandView& command) {
+    size += sizeOf(command);
+    ++count;
+  });
+  constexpr auto kMost = std::numeric_limits<std::uint32_t>::max();
+  if (size > kMost) {
+    tpl_hook.report_fn("tpl_dump: image exceeds %u bytes\n", kMost);
+    return {};
   }
-  for (const tpl_blob* blob : {&element.service, &element.name, &element.optionalParam, &element.payload}) {
-    if (blob->address != nullptr) tpl_hook.free_fn(blob->address);
+  Image image{CPtr<void>{zal::tpl::allocate(static_cast<std::size_t>(size))}, static_cast<std::uint32_t>(size)};
+  zal::tpl::Writer out{static_cast<char*>(image.bytes.get())};
+  zal::tpl::writeHeader(out, image.size, false);
+  out.bytes(kFormat.data(), kFormat.size());
+  out.value(count);
+  forEach([&](const CommandView& command) { write(out, command); });
+  return image;
+}
+
+/// The next record of an image; nothing when it is cut short.
+std::optional<CommandView> read(zal::tpl::Reader& in) noexcept {
+  CommandView command{};
+  const auto code = in.length();
+  if (!code) return std::nullopt;
+  for (std::string_view* blob : {&command.service, &command.name, &command.optionalParam, &command.payload}) {
+    const auto bytes = in.blob();
+    if (!bytes) return std::nullopt;
+    *blob = *bytes;
   }
+  const auto requestId = in.length();
+  if (!requestId) return std::nullopt;
+  command.code = static_cast<std::int32_t>(*code);
+  command.requestId = static_cast<std::int32_t>(*requestId);
   return command;
+}
+
+/// Copies a record with its payload; null when memory runs out.
+CommandPtr copyOf(const CommandView& view) noexcept {
+  CommandPtr command = newCommand();
+  if (!command) return nullptr;
+  command->code = view.code;
+  copyField(command->service, view.service.data(), view.service.size());
+  copyField(command->name, view.name.data(), view.name.size());
+  copyField(command->optionalParam, view.optionalParam.data(), view.optionalParam.size());
+  command->requestId = static_cast<std::uint16_t>(view.requestId);
+  if (view.payload.empty()) return command;
+  command->payload = zal::allocateBytes(view.payload.size()).release();
+  if (command->payload == nullptr) return nullptr;
+  std::memcpy(command->payload, view.payload.data(), view.payload.size());
+  command->payloadSize = static_cast<std::uint32_t>(view.payload.size());
+  return command;
+}
+
+/// A reader of an image of this format that stands at the count of its records; nothing when its front is not as it
+/// must be.
+std::optional<zal::tpl::Reader> open(std::string_view image) noexcept {
+  const auto header = zal::tpl::readHeader(image);
+  if (!header || (header->flags & ~zal::tpl::kKnownFlags) != 0 || header->length != image.size()) return std::nullopt;
+  zal::tpl::Reader reader{image.substr(zal::tpl::kHeaderSize), header->encoding};
+  const char* const format = reader.take(kFormat.size());
+  if (format == nullptr || std::string_view{format, kFormat.size()} != kFormat) return std::nullopt;
+  return reader;
+}
+
+enum class Outcome { kWhole, kInvalid, kNoMemory };
+
+/// Adds an image's records to a list.
+Outcome decodeInto(ZAL_IpcCommandList_& list, std::string_view image) noexcept {
+  auto reader = open(image);
+  auto left = reader ? reader->length() : std::nullopt;
+  if (!left) return Outcome::kInvalid;
+  for (; *left > 0; --*left) {
+    const auto view = read(*reader);
+    if (!view) return Outcome::kInvalid;
+    CommandPtr command = copyOf(*view);
+    if (!command) return Outcome::kNoMemory;
+    pushHead(list, std::move(command));
+  }
+  return reader->left() == 0 ? Outcome::kWhole : Outcome::kInvalid;
+}
+
+/// Has the engine say what is wrong with an image.
+void reportInvalid(std::string_view image) noexcept {
+  std::int32_t number = 0;
+  tpl_blob blob{};
+  const MapPtr map{tpl_map(kFormat.data(), &number, &blob, &blob, &blob, &blob, &number)};
+  static_cast<void>(tpl_load(map.get(), TPL_VIA_MEM, const_cast<char*>(image.data()), image.size()));
 }
 
 }  // namespace
@@ -140,32 +229,45 @@ ZAL_IpcCommand* ZAL_IpcCommand_Remove(ZAL_IpcCommandList list) noexcept {
   return command;
 }
 
+zal::CommandView zal::viewOf(const ZAL_IpcCommand& command) noexcept {
+  return {.code = command.code,
+          .service = textOf(command.service),
+          .name = textOf(command.name),
+          .optionalParam = textOf(command.optionalParam),
+          .payload = {static_cast<const char*>(command.payload), command.payload == nullptr ? 0 : command.payloadSize},
+          .requestId = command.requestId};
+}
+
+zal::Image zal::encode(std::span<const CommandView> commands) noexcept {
+  return encodeAll([&](auto take) {
+    for (CommandView command : commands) {
+      command.service = command.service.substr(0, sizeof ZAL_IpcCommand::service - 1);
+      command.name = command.name.substr(0, sizeof ZAL_IpcCommand::name - 1);
+      command.optionalParam = command.optionalParam.substr(0, sizeof ZAL_IpcCommand::optionalParam - 1);
+      take(command);
+    }
+  });
+}
+
 void ZAL_IpcCommand_GetBuffer(ZAL_IpcCommandList list, void** buffer, uint32_t* size) noexcept {
   *buffer = nullptr;
   *size = 0;
   if (list == nullptr) return;
-  Element element;
-  const MapPtr map = element.map();
-  for (const ZAL_IpcCommand* command = list->head; command != nullptr; command = command->next) {
-    fill(element, *command);
-    static_cast<void>(tpl_pack(map.get(), kElements));  // fails for a bad index alone
-  }
-  std::size_t imageSize = 0;
-  if (tpl_dump(map.get(), TPL_VIA_MEM, buffer, &imageSize) == 0) *size = static_cast<std::uint32_t>(imageSize);
+  Image image = encodeAll([&](auto take) {
+    for (const ZAL_IpcCommand* command = list->head; command != nullptr; command = command->next)
+      take(zal::viewOf(*command));
+  });
+  *size = image.size;
+  *buffer = image.bytes.release();
 }
 
 ZAL_IpcCommandList ZAL_IpcCommand_Decode(const void* buffer, uint32_t size) noexcept {
   ListPtr list{ZAL_IpcCommand_Create()};
   if (!list) return nullptr;
-  Element element;
-  const MapPtr map = element.map();
-  if (tpl_load(map.get(), TPL_VIA_MEM, const_cast<void*>(buffer), std::size_t{size}) != 0) return nullptr;
-  while (tpl_unpack(map.get(), kElements) > 0) {
-    CommandPtr command = takeCommand(element);
-    if (!command) return nullptr;
-    pushHead(*list, std::move(command));
-  }
-  return list.release();
+  const std::string_view image{static_cast<const char*>(buffer), size};
+  const Outcome outcome = decodeInto(*list, image);
+  if (outcome == Outcome::kInvalid) reportInvalid(image);
+  return outcome == Outcome::kWhole ? list.release() : nullptr;
 }
 
 void ZAL_IpcCommand_Destroy(ZAL_IpcCommandList list) noexcept {

@@ -34,6 +34,11 @@ inline CPtr<char> copyText(std::string_view text) noexcept {
   return copy;
 }
 
+/// The characters of an owned text, none for null.
+inline std::string_view viewOf(const CPtr<char>& text) noexcept {
+  return text ? std::string_view{text.get()} : std::string_view{};
+}
+
 struct JsonDelete {
   void operator()(cJSON* node) const noexcept { cJSON_Delete(node); }
 };

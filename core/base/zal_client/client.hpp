@@ -19,7 +19,9 @@
 #include <memory>
 #include <new>
 #include <optional>
+#include <span>
 
+#include "base/zal_ipccommand.hpp"
 #include "support/lock.hpp"
 
 namespace zal {
@@ -153,6 +155,31 @@ class JobCounter {
   bool closed_ ZAL_GUARDED_BY(mutex_) = false;
 };
 
+/// The commands of one client that wait for a worker. A worker takes one after the other, so that a burst of requests
+/// costs few wake-ups; while there are commands that nobody takes, another is started. Any thread.
+class WorkQueue {
+ public:
+  WorkQueue() = default;
+  WorkQueue(const WorkQueue&) = delete;
+  WorkQueue& operator=(const WorkQueue&) = delete;
+
+  [[nodiscard]] bool valid() const noexcept { return mutex_.valid(); }
+  /// Adds an item. True when the caller is to start a worker, which is counted already.
+  [[nodiscard]] bool push(std::unique_ptr<ZAL_ClientWorkItem_> item) noexcept;
+  /// The next item. Null when there is none: the worker that asks is counted out.
+  [[nodiscard]] std::unique_ptr<ZAL_ClientWorkItem_> pop() noexcept;
+  /// Counts out a worker that could not be started; when there is no other, the items are freed.
+  void giveUpWorker() noexcept;
+
+ private:
+  [[nodiscard]] std::unique_ptr<ZAL_ClientWorkItem_> popLocked() noexcept ZAL_REQUIRES(mutex_);
+
+  Mutex mutex_;
+  ZAL_ClientWorkItem_* head_ ZAL_GUARDED_BY(mutex_) = nullptr;
+  ZAL_ClientWorkItem_* tail_ ZAL_GUARDED_BY(mutex_) = nullptr;
+  std::size_t workers_ ZAL_GUARDED_BY(mutex_) = 0;
+};
+
 inline constexpr std::uint8_t kStarted = 1;    // bit 0 of the client's flags
 inline constexpr std::uint8_t kConnected = 2;  // bit 1
 
@@ -188,10 +215,11 @@ struct ZAL_ClientHandle_ {
   zal::Mutex lifecycleMutex;  // held by whoever starts or stops the loop
   bool closed ZAL_GUARDED_BY(lifecycleMutex) = false;
   zal::JobCounter jobs;
+  zal::WorkQueue work;
 
   [[nodiscard]] bool valid() const noexcept {
     return connectedCond != nullptr && configMutex.valid() && callbackMutex.valid() && servicesMutex.valid() &&
-           lifecycleMutex.valid() && jobs.valid();
+           lifecycleMutex.valid() && jobs.valid() && work.valid();
   }
   [[nodiscard]] bool isStarted() const noexcept { return (flags.load() & zal::kStarted) != 0; }
   [[nodiscard]] bool isConnected() const noexcept { return (flags.load() & zal::kConnected) != 0; }
@@ -204,6 +232,7 @@ struct ZAL_ClientWorkItem_ {
   std::uint16_t requestId = 0;
   ZAL_GatewayResponseCallback callback = nullptr;
   void* userData = nullptr;
+  ZAL_ClientWorkItem_* next = nullptr;
 };
 
 namespace zal {
@@ -215,7 +244,7 @@ using WorkItemPtr = std::unique_ptr<ZAL_ClientWorkItem_>;
 /// Queues `work` for a worker thread, with `data` as its request's data. Any thread.
 /// @return false when the job cannot be queued; `data` then stays the caller's
 [[nodiscard]] bool postJob(ZAL_ClientHandle_& client, uv_work_cb work, void* data) noexcept;
-/// Queues clientWork with the item, which is freed when that fails. Any thread.
+/// Has a worker do what the item's command asks for; the item is freed when that cannot be. Any thread.
 void postWorkItem(WorkItemPtr item) noexcept;
 /// True on a worker thread inside a job of any client.
 [[nodiscard]] bool runsJob() noexcept;
@@ -231,9 +260,9 @@ void stopClient(ZAL_ClientHandle_& client) noexcept;
 /// Gives up what the short teardown does not release: lists, services, pending requests and configuration.
 void forsakeContents(ZAL_ClientHandle_& client) noexcept;
 /// Encodes the list and hands it to the transport. Any thread.
-void writeCommands(ZAL_ClientHandle_& client, ZAL_IpcCommandList list) noexcept;
-/// The same for one record, which is copied. Any thread.
-void writeCommand(ZAL_ClientHandle_& client, const ZAL_IpcCommand& command) noexcept;
+void writeList(ZAL_ClientHandle_& client, ZAL_IpcCommandList list) noexcept;
+/// The same for records that are borrowed, in the order in which they stand in the image. Any thread.
+void writeCommands(ZAL_ClientHandle_& client, std::span<const CommandView> commands) noexcept;
 
 // services.cpp
 
@@ -288,8 +317,8 @@ void postProfileChanged(ZAL_ClientHandle_& client, const char* service) noexcept
 
 /// Hands every record of an image to whom it concerns. Loop thread.
 void dispatchImage(ZAL_ClientHandle_& client, const void* image, std::uint32_t size) noexcept;
-/// Calls the method that a request names and writes the answer. Worker thread.
-void answerRequest(ZAL_ClientWorkItem_& item) noexcept;
+/// Does what a command asks for. Worker thread.
+void work(WorkItemPtr item) noexcept;
 
 // gateway.cpp
 

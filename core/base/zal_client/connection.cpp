@@ -84,6 +84,11 @@ void stopLocked(ZAL_ClientHandle_& client) noexcept ZAL_REQUIRES(client.lifecycl
   client.flags.fetch_and(static_cast<std::uint8_t>(~kConnected));
 }
 
+void writeImage(ZAL_ClientHandle_& client, Image image) noexcept {
+  if (image.size == 0) return;
+  static_cast<void>(ZAL_IPC_ClientWrite(client.ipc, image.bytes.release(), image.size));  // it takes it in any case
+}
+
 }  // namespace
 
 ZAL_ClientHandle_* createClient(const ZAL_ClientOptions& options) noexcept {
@@ -164,18 +169,15 @@ void forsakeContents(ZAL_ClientHandle_& client) noexcept {
   static_cast<void>(client.config.release());
 }
 
-void writeCommands(ZAL_ClientHandle_& client, ZAL_IpcCommandList list) noexcept {
-  void* image = nullptr;
+void writeList(ZAL_ClientHandle_& client, ZAL_IpcCommandList list) noexcept {
+  void* bytes = nullptr;
   std::uint32_t size = 0;
-  ZAL_IpcCommand_GetBuffer(list, &image, &size);
-  if (size != 0) static_cast<void>(ZAL_IPC_ClientWrite(client.ipc, image, size));  // it takes the image in any case
+  ZAL_IpcCommand_GetBuffer(list, &bytes, &size);
+  writeImage(client, {CPtr<void>{bytes}, size});
 }
 
-void writeCommand(ZAL_ClientHandle_& client, const ZAL_IpcCommand& command) noexcept {
-  const CommandListPtr list{ZAL_IpcCommand_Create()};
-  if (!list) return;
-  ZAL_IpcCommand_Add(list.get(), &command);
-  writeCommands(client, list.get());
+void writeCommands(ZAL_ClientHandle_& client, std::span<const CommandView> commands) noexcept {
+  writeImage(client, encode(commands));
 }
 
 }  // namespace zal
@@ -185,9 +187,6 @@ void ZAL_Client_GetConfigurationRemote(ZAL_ClientHandle client) noexcept {
     ZAL_LOG(ZAL_LOG_ERROR, "Invalid handle client handle\n");
     return;
   }
-  ZAL_IpcCommand command{};
-  command.code = ZAL_IPC_CMD_GET_CONFIG;
-  zalstrlcpy(command.service, "retrieveConfig", sizeof command.service);
-  zalstrlcpy(command.uid, "1234567890", sizeof command.uid);
-  zal::writeCommand(*client, command);
+  const zal::CommandView command{.code = ZAL_IPC_CMD_GET_CONFIG, .service = "retrieveConfig"};
+  zal::writeCommands(*client, {&command, 1});
 }

@@ -137,20 +137,36 @@ bool callMethod(Call& call, const Method& method, ZAL_UriParserHandle uri) noexc
   return true;
 }
 
-void addReply(const Call& call, ZAL_IpcCommandList list) noexcept {
-  const ZAL_IpcCommand& request = *call.item.command;
+/// Writes the response of a call, addressed as the request was.
+void reply(const Call& call) noexcept {
   const CPtr<char> text{ZAL_Message_DumpOutput(call.response.get())};
-  ZAL_IpcCommand reply{};
+  CommandView reply = viewOf(*call.item.command);
   reply.code = ZAL_IPC_CMD_RESPONSE;
-  zalstrlcpy(reply.service, request.service, sizeof reply.service);
-  zalstrlcpy(reply.name, request.name, sizeof reply.name);
-  zalstrlcpy(reply.uid, request.uid, sizeof reply.uid);
+  reply.optionalParam = {};
+  reply.payload = viewOf(text);
   reply.requestId = call.item.requestId;
-  if (text) {
-    reply.payload = text.get();
-    reply.payloadSize = static_cast<std::uint32_t>(std::strlen(text.get()));
+  writeCommands(*call.item.client, {&reply, 1});
+}
+
+/// Calls the method that a request names and writes the answer.
+void answerRequest(ZAL_ClientWorkItem_& item) noexcept {
+  constexpr const char* kFunction = "clientWork";
+  const ZAL_IpcCommand& command = *item.command;
+  ZAL_LOG_AS(ZAL_LOG_DEBUG, kFunction, "%d REQUEST service:%s name:%s uid:%s \n", command.code, command.service,
+             command.name, command.uid);
+  const UriPtr uri{ZAL_UriParser_Create(command.name)};
+  if (!uri) {
+    ZAL_LOG_AS(ZAL_LOG_ERROR, kFunction, "Invalid command name %s\n", command.name);
+    return;
   }
-  ZAL_IpcCommand_Add(list, &reply);
+  char methodName[kMethodNameSize];
+  ZAL_UriParser_GetRootName(uri.get(), methodName, sizeof methodName);
+  ZAL_ServiceHandle_* const service = findService(*item.client, command.service);
+  if (const auto method = service != nullptr ? findMethod(*service, methodName) : std::nullopt) {
+    Call call{.item = item, .methodName = methodName};
+    if (call.request && call.response && callMethod(call, *method, uri.get())) return reply(call);
+  }
+  writeCommands(*item.client, {});  // an image without records: the answer to an unknown method
 }
 
 }  // namespace
@@ -168,26 +184,15 @@ void dispatchImage(ZAL_ClientHandle_& client, const void* image, std::uint32_t s
   while (CommandPtr command{ZAL_IpcCommand_Remove(list.get())}) handleCommand(client, std::move(command));
 }
 
-void answerRequest(ZAL_ClientWorkItem_& item) noexcept {
-  constexpr const char* kFunction = "clientWork";
-  const ZAL_IpcCommand& command = *item.command;
-  ZAL_LOG_AS(ZAL_LOG_DEBUG, kFunction, "%d REQUEST service:%s name:%s uid:%s \n", command.code, command.service,
-             command.name, command.uid);
-  const UriPtr uri{ZAL_UriParser_Create(command.name)};
-  if (!uri) {
-    ZAL_LOG_AS(ZAL_LOG_ERROR, kFunction, "Invalid command name %s\n", command.name);
-    return;
+void work(WorkItemPtr item) noexcept {
+  switch (item->command->code) {
+    case ZAL_IPC_CMD_GATEWAY_REQUEST:
+      return sendGatewayRequest(*item);
+    case ZAL_IPC_CMD_GATEWAY_RESPONSE:
+      return deliverGatewayResponse(*item);
+    default:
+      answerRequest(*item);
   }
-  char methodName[kMethodNameSize];
-  ZAL_UriParser_GetRootName(uri.get(), methodName, sizeof methodName);
-  const CommandListPtr replies{ZAL_IpcCommand_Create()};
-  if (!replies) return;
-  ZAL_ServiceHandle_* const service = findService(*item.client, command.service);
-  if (const auto method = service != nullptr ? findMethod(*service, methodName) : std::nullopt) {
-    Call call{.item = item, .methodName = methodName};
-    if (call.request && call.response && callMethod(call, *method, uri.get())) addReply(call, replies.get());
-  }
-  writeCommands(*item.client, replies.get());  // also when there is none: that is the answer to an unknown method
 }
 
 }  // namespace zal

@@ -13,16 +13,12 @@ namespace zal {
 void sendEvent(ZAL_ClientHandle_* client, const char* service, MessagePtr message) noexcept {
   if (client == nullptr || service == nullptr || !message) return;
   const CPtr<char> text{ZAL_Message_DumpOutput(message.get())};
-  ZAL_IpcCommand command{};
-  command.code = ZAL_IPC_CMD_EVENT;
-  zalstrlcpy(command.service, service, sizeof command.service);
-  zalstrlcpy(command.name, ZAL_Message_GetName(message.get()), sizeof command.name);
-  zalstrlcpy(command.optionalParam, ZAL_Message_GetOptionalParam(message.get()), sizeof command.optionalParam);
-  if (text) {
-    command.payload = text.get();
-    command.payloadSize = static_cast<std::uint32_t>(std::strlen(text.get()));
-  }
-  writeCommand(*client, command);
+  const CommandView event{.code = ZAL_IPC_CMD_EVENT,
+                          .service = service,
+                          .name = ZAL_Message_GetName(message.get()),
+                          .optionalParam = ZAL_Message_GetOptionalParam(message.get()),
+                          .payload = viewOf(text)};
+  writeCommands(*client, {&event, 1});
 }
 
 EventSettings::EventSettings(ZAL_ClientHandle_* client, const char* event, const char* parameter) noexcept

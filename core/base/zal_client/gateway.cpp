@@ -29,7 +29,8 @@ void sendGatewayRequest(ZAL_ClientWorkItem_& item) noexcept {
     pending->requestId = item.command->requestId;
     item.client->pendingRequests.push(std::move(pending));
   }
-  writeCommand(*item.client, *item.command);
+  const CommandView request = viewOf(*item.command);
+  writeCommands(*item.client, {&request, 1});
 }
 
 void deliverGatewayResponse(ZAL_ClientWorkItem_& item) noexcept {

@@ -1,8 +1,13 @@
 // Jobs: how the client's work reaches the worker threads, and how teardown knows that the last of it has ended.
 #include <zal/zal_client.h>
 
+#include <algorithm>
+#include <cstdlib>
+#include <utility>
+
 #include "base/zal_client/client.hpp"
 #include "support/log.hpp"
+#include "support/number.hpp"
 
 namespace zal {
 
@@ -26,7 +31,59 @@ void runJob(uv_work_t* request) noexcept {
   job.client->jobs.end();
 }
 
+/// How many workers there can be at a time, as libuv reads it.
+std::size_t readPoolSize() noexcept {
+  constexpr int kDefault = 4;
+  constexpr int kMost = 1024;
+  const char* const wish = std::getenv("UV_THREADPOOL_SIZE");
+  return static_cast<std::size_t>(wish == nullptr ? kDefault : std::clamp(readInt32(wish), 1, kMost));
+}
+
+/// Worker thread: does what there is to do. After a while other jobs of the pool get their turn.
+void runWorker(uv_work_t* request) noexcept {
+  constexpr int kItemsInARow = 64;
+  auto& client = *static_cast<ZAL_ClientHandle_*>(request->data);
+  do {
+    for (int i = 0; i < kItemsInARow; ++i) {
+      WorkItemPtr item = client.work.pop();
+      if (!item) return;
+      work(std::move(item));
+    }
+  } while (!postJob(client, runWorker, &client));
+}
+
 }  // namespace
+
+WorkItemPtr WorkQueue::popLocked() noexcept {
+  WorkItemPtr item{head_};
+  if (item) head_ = std::exchange(item->next, nullptr);
+  return item;
+}
+
+bool WorkQueue::push(WorkItemPtr item) noexcept {
+  const LockGuard hold{mutex_};
+  ZAL_ClientWorkItem_* const added = item.release();
+  (head_ == nullptr ? head_ : tail_->next) = added;
+  tail_ = added;
+  static const std::size_t mostWorkers = readPoolSize();
+  if (workers_ >= mostWorkers) return false;
+  ++workers_;
+  return true;
+}
+
+WorkItemPtr WorkQueue::pop() noexcept {
+  const LockGuard hold{mutex_};
+  WorkItemPtr item = popLocked();
+  if (!item) --workers_;
+  return item;
+}
+
+void WorkQueue::giveUpWorker() noexcept {
+  const LockGuard hold{mutex_};
+  if (--workers_ > 0) return;
+  while (popLocked()) {
+  }
+}
 
 bool JobCounter::begin() noexcept {
   const LockGuard hold{mutex_};
@@ -67,7 +124,8 @@ bool postJob(ZAL_ClientHandle_& client, uv_work_cb work, void* data) noexcept {
 }
 
 void postWorkItem(WorkItemPtr item) noexcept {
-  if (postJob(*item->client, clientWork, item.get())) static_cast<void>(item.release());  // clientWork frees it
+  ZAL_ClientHandle_& client = *item->client;
+  if (client.work.push(std::move(item)) && !postJob(client, runWorker, &client)) client.work.giveUpWorker();
 }
 
 bool runsJob() noexcept {

@@ -106,7 +106,7 @@ void subscribeServices(ZAL_ClientHandle_& client) noexcept {
     ZAL_LOG_AS(ZAL_LOG_DEBUG, kFunction, "Subscribing service \"%s\"\n", service->name);
     listMethods(*service, list.get());
   }
-  writeCommands(client, list.get());
+  writeList(client, list.get());
 }
 
 }  // namespace zal

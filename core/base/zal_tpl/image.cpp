@@ -95,11 +95,8 @@ std::optional<std::uint32_t> dumpSize(tpl_map_node* map) noexcept {
 void writeImage(tpl_map_node& map, std::uint32_t size, char* to) noexcept {
   const tpl_map_root& root = rootOf(map);
   const std::string_view format{root.format};
-  const bool hasTexts = format.find('s') != std::string_view::npos;
   Writer writer{to};
-  writer.bytes(kMagic.data(), kMagic.size());
-  writer.value(static_cast<std::uint8_t>(kOwnOrder | (hasTexts ? kFlagStringsCountTerminator : 0)));
-  writer.value(size);
+  writeHeader(writer, size, format.find('s') != std::string_view::npos);
   writer.bytes(format.data(), format.size() + 1);
   writer.bytes(root.counts, static_cast<std::size_t>(root.countTotal) * sizeof(std::int32_t));
   writeItems(writer, map, Storage::ofRoot());

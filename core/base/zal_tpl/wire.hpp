@@ -219,6 +219,13 @@ class Writer {
   char* to_;
 };
 
+/// The header of an image of that size, whose format has texts ('s') or not.
+inline void writeHeader(Writer& out, std::uint32_t size, bool hasTexts) noexcept {
+  out.bytes(kMagic.data(), kMagic.size());
+  out.value(static_cast<std::uint8_t>(kOwnOrder | (hasTexts ? kFlagStringsCountTerminator : 0)));
+  out.value(size);
+}
+
 /// A new terminated copy of a text of an image, null for a null text.
 inline char* copyOf(std::string_view text) noexcept {
   if (text.data() == nullptr) return nullptr;
