@@ -56,7 +56,6 @@ struct Release {
   }
 };
 using ObjectPtr = std::unique_ptr<std::remove_pointer_t<ZAL_ObjectHandle>, Release<ZAL_Object_Destroy>>;
-
 using ClientPtr = std::unique_ptr<std::remove_pointer_t<ZAL_ClientHandle>, Release<ZAL_Client_Destroy>>;
 
 struct Free {
@@ -81,8 +80,8 @@ int answer(ZAL_MessageHandle response, Build build) noexcept {
   return 0;
 }
 
-/// Whether the request asks for a member, for all of it or for some. A member that is not wanted would not be added; to
-/// know it before saves the time that its value takes.
+/// Whether the request asks for a member, or for something in it. One that it does not ask for would not be added
+/// anyway; to know that beforehand saves the time that its value takes.
 bool isWanted(ZAL_ObjectHandle parent, const char* key) {
   return ZAL_Object_CheckFilter(parent, key, 0) == 1;
 }

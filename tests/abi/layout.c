@@ -87,3 +87,14 @@ ZAL_FROZEN_OFFSET(ZAL_InterruptInfo, types, 72, 72);
 ZAL_FROZEN_OFFSET(ZAL_MemoryInfo, total, 0, 0);
 ZAL_FROZEN_OFFSET(ZAL_MemoryInfo, free, 8, 8);
 ZAL_FROZEN_OFFSET(ZAL_MemoryInfo, available, 16, 16);
+
+ZAL_FROZEN_OFFSET(ZAL_AddressInfo, port, 0, 0);
+ZAL_FROZEN_OFFSET(ZAL_AddressInfo, reserved, 4, 4);
+ZAL_FROZEN_OFFSET(ZAL_AddressInfo, address, 20, 20);
+ZAL_FROZEN_OFFSET(ZAL_AddressInfo, addressV6, 66, 66);
+ZAL_FROZEN_OFFSET(ZAL_AddressInfo, name, 112, 112);
+
+ZAL_FROZEN_OFFSET(ZAL_ProcSocketEntry, pid, 0, 0);
+ZAL_FROZEN_OFFSET(ZAL_ProcSocketEntry, sockets, 4, 4);
+ZAL_FROZEN_OFFSET(ZAL_ProcSocketEntry, socketTimes, 804, 804);
+ZAL_FROZEN_OFFSET(ZAL_ProcSocketEntry, name, 1604, 1604);
