@@ -36,7 +36,7 @@ class JsonWalk {
   /// Whether the start was left.
   [[nodiscard]] bool atEnd() const noexcept { return levels_.empty(); }
   [[nodiscard]] Node& node() const noexcept { return *levels_.back().node; }
-  [[nodiscard]] const Note& note() const noexcept { return levels_.back().note; }
+  [[nodiscard]] Note& note() noexcept { return levels_.back().note; }
   /// The node above; null at the start.
   [[nodiscard]] Node* parent() const noexcept {
     return levels_.size() < 2 ? nullptr : levels_[levels_.size() - 2].node;

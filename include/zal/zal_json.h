@@ -11,9 +11,9 @@
  * jsonFilterTest tests them: leaves strict, objects and arrays loose. A null key is not tested.
  *
  * Cost. While both filters pass everything (null, "" and "/"), an addition costs the same however large the document
- * is. Otherwise the parent is searched below the top, newest members first, so an addition to what was made last costs
- * one step for each level above it. An addition to an older node also costs a visit to all that was made after that
- * node or beside its ancestors: fill each object before the next one is begun.
+ * is. Otherwise the parent is searched below the top, the newest members of each node first, and few of them before
+ * many: an addition to what was made lately costs some steps for each level above it, also where several lists grow
+ * side by side. An addition to a node that much was made after may cost a visit to the whole document.
  *
  * Arrays. An array takes a keyed member inside a new object of its own, so that it holds one-member objects; without a
  * key it takes strings, numbers, booleans and nulls as they are.

@@ -77,25 +77,46 @@ class Filter {
   char value_[kValueSize] = {};  ///< of the include or exclude part
 };
 
+/// Notes how many children of each node are still looked at.
+using Search = JsonWalk<const cJSON, JsonOrder::kNewestFirst, std::size_t>;
+
+/// Looks for `wanted` among the newest `width` children of each node. At the end it stands there, or has left the
+/// start. Returns whether it has seen all that it passed.
+bool run(Search& search, const cJSON& wanted, std::size_t width) {
+  bool hasSeenAll = true;
+  while (!search.atEnd() && &search.node() != &wanted) {
+    const cJSON* child = search.nextChild();
+    const bool isBeyond = child != nullptr && search.note() == 0;
+    hasSeenAll = hasSeenAll && !isBeyond;
+    if (child == nullptr || isBeyond) {
+      search.leave();
+      continue;
+    }
+    --search.note();
+    if (isWritable(*child)) search.enter(*child, width);
+  }
+  return hasSeenAll;
+}
+
+MemberPath pathOf(const Search& found) {
+  MemberPath path;
+  for (std::size_t level = 1; level < found.levels().size(); ++level) path.enter(found.levels()[level].node->string);
+  return path;
+}
+
 /// The path of `parent` below `top`; empty when it is the top or does not lie there.
 ///
-/// A node of cJSON does not know its parent. Documents are mostly built by adding to what was added last, so the newest
-/// are looked at first: the usual addition costs one step a level.
-MemberPath pathOf(const cJSON& top, const cJSON& parent) {
-  MemberPath path;
-  if (&parent == &top) return path;
-  JsonWalk<const cJSON, JsonOrder::kNewestFirst> walk{top};
-  while (!walk.atEnd() && &walk.node() != &parent) {
-    const cJSON* child = walk.nextChild();
-    if (child == nullptr) {
-      walk.leave();
-    } else if (isWritable(*child)) {
-      walk.enter(*child);
-    }
+/// A node of cJSON does not know its parent. Documents are mostly built by adding to what was made lately, so the
+/// newest are looked at first, and few of each node before many: also where several lists grow side by side, an
+/// addition does not visit what they hold.
+MemberPath findPath(const cJSON& top, const cJSON& parent) {
+  constexpr std::size_t kFew = 4;
+  constexpr std::size_t kWidening = 8;
+  for (std::size_t width = kFew;; width *= kWidening) {
+    Search search{top, width};
+    const bool hasSeenAll = run(search, parent, width);
+    if (!search.atEnd() || hasSeenAll) return pathOf(search);
   }
-  for (const auto& level : walk.levels())
-    if (level.node != &top) path.enter(level.node->string);
-  return path;
 }
 
 }  // namespace
@@ -107,7 +128,7 @@ bool passes(const Place& place, Strictness strictness) noexcept {
   if (filterA.passesEverything() && filterB.passesEverything()) return true;
   return walking(false, [&] {
     const bool isBelow = place.top != nullptr && place.parent != nullptr;
-    const MemberPath path = isBelow ? pathOf(*place.top, *place.parent) : MemberPath{};
+    const MemberPath path = isBelow ? findPath(*place.top, *place.parent) : MemberPath{};
     const Identifier identifier{path.text(), place.key};
     return filterB.passes(identifier.text(), strictness) && filterA.passes(identifier.text(), strictness);
   });

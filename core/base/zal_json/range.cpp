@@ -108,10 +108,8 @@ void prunePath(cJSON* node, std::string_view path, const char* range) noexcept {
       node = nullptr;
     } else if (!cJSON_IsArray(node)) {
       node = zal::json::findMember(*node, step);
-    } else if (pruneElements(*node, step, path, range)) {
-      return;
-    } else if (path.empty()) {
-      return;  // the way ends at an array that it did not lead to
+    } else if (pruneElements(*node, step, path, range) || path.empty()) {
+      return;  // done in the elements, or the path ends at an array that it did not lead to
     }
   }
   if (node == nullptr) {
