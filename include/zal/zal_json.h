@@ -27,8 +27,8 @@
  * logged but the traces of queryTestInclude and queryTestExclude. What a filter rejects is not reported.
  *
  * Ownership: nodes that are added belong to the tree they were added to. Texts are copied.
- * Threads:   no locks. A document is used by one thread at a time, each on any thread. Nothing here recurses into a
- *            document; cJSON's parsing, printing and deleting do, and a document of the 1000 levels that the parser
+ * Threads:   no locks. A document is used by one thread at a time, each on any thread. No function here recurses as
+ * deep as the document; cJSON's parsing, printing and deleting do, and a document of the 1000 levels that the parser
  *            admits needs less than 256 KiB of stack for each of them.
  */
 #ifndef ZAL_JSON_H
@@ -111,7 +111,8 @@ ZAL_EXPORT int json_GenerateError(cJSON* object, int code, const char* message) 
  *   request with "?"              400  Invalid query:<request>, try help
  *   empty or null request         500  Plugin error - no data
  *
- * Units:  `size` counts the terminator; longer texts are cut. A null buffer or a size of 0 stores nothing.
+ * Units:  `size` counts the terminator; longer texts are cut. A null buffer or a size of 0 stores nothing. The other
+ *         texts do not stand in the buffer.
  *
  * @param request the request's path and query
  * @param errors  errors that the platform's API returned

@@ -137,46 +137,51 @@ void cut(Document& document, const Keys& way, std::size_t step, Slice slice) {
       if (key == way[step]) return cut(child, way, step + 1, slice), true;
     return false;
   };
-  if (document.kind != Document::Kind::kArray) {
-    enter(document);
-    return;
-  }
+  if (document.kind != Document::Kind::kArray) return static_cast<void>(enter(document));
   bool isFound = false;
   for (auto& element : children) isFound = enter(element.second) || isFound;
   if (!isFound && step + 1 < way.size()) cut(document, way, step + 1, slice);
 }
 
-void build(const Document& document, cJSON* node, cJSON* top, const std::string& filter) {
+/// Builds the document with `addNumber` and `addBelow`, which get a node and the key of what they add to it.
+template <class Node, class AddNumber, class AddBelow>
+void build(const Document& document, Node node, AddNumber addNumber, AddBelow addBelow) {
   for (const auto& [key, child] : document.children) {
     const char* name = key.empty() ? nullptr : key.c_str();
     if (child.kind == Document::Kind::kNumber) {
-      json_AddNumber(node, filter.c_str(), filter.c_str(), top, name, 1);
-      continue;
+      addNumber(node, name);
+    } else if (Node below = addBelow(node, name, child.kind == Document::Kind::kObject)) {
+      build(child, below, addNumber, addBelow);
     }
-    const bool isObject = child.kind == Document::Kind::kObject;
-    cJSON* below = nullptr;
-    if (name != nullptr) {
-      below = (isObject ? json_AddObject : json_AddArray)(node, filter.c_str(), nullptr, top, name);
-    } else {
-      below = isObject ? json_AddArrayElement(node) : cJSON_CreateArray();
-      if (!isObject) cJSON_AddItemToArray(node, below);
-    }
-    if (below != nullptr) build(child, below, top, filter);
   }
 }
 
-void build(const Document& document, ZAL_ObjectHandle handle) {
-  for (const auto& [key, child] : document.children) {
-    const char* name = key.empty() ? nullptr : key.c_str();
-    if (child.kind == Document::Kind::kNumber) {
-      ZAL_Object_AddInt32(handle, name, 1);
-      continue;
-    }
-    const bool isObject = child.kind == Document::Kind::kObject;
-    ZAL_ObjectHandle below = name == nullptr ? (isObject ? ZAL_Array_AddObject : ZAL_Array_AddArray)(handle)
-                                             : (isObject ? ZAL_Object_AddObject : ZAL_Object_AddArray)(handle, name);
-    if (below != nullptr) build(child, below);
-  }
+std::string documentSide(const Document& document, const char* filter) {
+  const zal::JsonPtr top{cJSON_CreateObject()};
+  build(
+      document, top.get(),
+      [&](cJSON* node, const char* key) { json_AddNumber(node, filter, filter, top.get(), key, 1); },
+      [&](cJSON* node, const char* key, bool isObject) {
+        if (key != nullptr) return (isObject ? json_AddObject : json_AddArray)(node, filter, nullptr, top.get(), key);
+        if (isObject) return json_AddArrayElement(node);
+        cJSON_AddItemToArray(node, cJSON_CreateArray());
+        return node->child->prev;
+      });
+  return take(cJSON_PrintUnformatted(top.get()));
+}
+
+std::string objectSide(const Document& document, const char* filter) {
+  ZAL_MessageHandle message = ZAL_Message_Create();
+  zal::setMessageFilter(message, filter);
+  const HandlePtr top{ZAL_TelemetryObject_Create(message)};
+  ZAL_Message_Destroy(message);
+  build(
+      document, top.get(), [](ZAL_ObjectHandle node, const char* key) { ZAL_Object_AddInt32(node, key, 1); },
+      [](ZAL_ObjectHandle node, const char* key, bool isObject) {
+        if (key == nullptr) return (isObject ? ZAL_Array_AddObject : ZAL_Array_AddArray)(node);
+        return (isObject ? ZAL_Object_AddObject : ZAL_Object_AddArray)(node, key);
+      });
+  return textOf(top.get());
 }
 
 std::string joinPaths(const char* name, const std::vector<Keys>& paths) {
@@ -194,16 +199,8 @@ TEST(FilterModel, AgreesWithBothSidesOnRandomDocuments) {
         join(filter.path) + "?" + joinPaths("include=", filter.includes) + "&" + joinPaths("exclude=", filter.excludes);
     SCOPED_TRACE(text + " of " + print(document));
 
-    const zal::JsonPtr top{cJSON_CreateObject()};
-    build(document, top.get(), top.get(), text);
-    ASSERT_EQ(take(cJSON_PrintUnformatted(top.get())), print(narrow(document, filter, {}, documentSidePasses)));
-
-    ZAL_MessageHandle message = ZAL_Message_Create();
-    zal::setMessageFilter(message, text.c_str());
-    const HandlePtr object{ZAL_TelemetryObject_Create(message)};
-    ZAL_Message_Destroy(message);
-    build(document, object.get());
-    ASSERT_EQ(textOf(object.get()), print(narrow(document, filter, {}, objectSidePasses)));
+    ASSERT_EQ(documentSide(document, text.c_str()), print(narrow(document, filter, {}, documentSidePasses)));
+    ASSERT_EQ(objectSide(document, text.c_str()), print(narrow(document, filter, {}, objectSidePasses)));
   }
 }
 

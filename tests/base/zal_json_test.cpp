@@ -69,17 +69,6 @@ TEST(JsonAdds, PutKeyedMembersOfAnArrayIntoObjectsOfTheirOwn) {
   EXPECT_EQ(errors.count(reportOf("Unable to create JSON arrayItem object")), 1);
 }
 
-TEST(JsonAdds, LeaveKeysOutThatMakeAPathTooLong) {
-  const std::string name(500, 'a');
-  const std::string filter = "?exclude=" + name + "/x";
-  for (const std::size_t length : {522U, 523U}) {
-    const JsonPtr top{cJSON_CreateObject()};
-    cJSON* outer = json_AddObject(top.get(), filter.c_str(), nullptr, top.get(), name.c_str());
-    cJSON* inner = json_AddObject(outer, filter.c_str(), nullptr, top.get(), std::string(length, 'b').c_str());
-    EXPECT_EQ(json_CheckFilter(inner, filter.c_str(), nullptr, top.get(), "x"), length == 522 ? 1 : 0) << length;
-  }
-}
-
 TEST(JsonAdds, CostTheSameHoweverLargeTheDocumentIs) {
   const auto fill = [](int count) {  // two lists of objects, side by side
     const JsonPtr top{cJSON_CreateObject()};
@@ -157,6 +146,10 @@ TEST(JsonDocument, IsWalkedOnASmallStackHoweverDeepItIs) {
       for (int level = 1; level < depth; ++level) innermost = cJSON_AddObjectToObject(innermost, "k");
       EXPECT_NE(json_AddNull(innermost, "k", nullptr, top.get(), "leaf"), nullptr);
       EXPECT_EQ(json_IsEmptyObjects(top.get()), 0);
+      if (depth == 1000) {  // cJSON itself recurses
+        std::string text(10000, ' ');
+        EXPECT_EQ(json_Print(top.get(), text.data(), text.size(), 1, 1), 0);
+      }
       json_NullObject("leaf", top.get());
       cJSON_DeleteItemFromObject(innermost, "leaf");
       EXPECT_EQ(json_IsEmptyObjects(top.get()), 1);
@@ -174,14 +167,10 @@ TEST(JsonDocument, IsWalkedOnASmallStackHoweverDeepItIs) {
 }
 
 TEST(JsonDocument, IsCleanedInLinearTime) {
-  const auto build = [](int count) {
-    JsonPtr list{cJSON_CreateArray()};
+  const auto cost = [](int count) {
+    const JsonPtr list{cJSON_CreateArray()};
     for (int i = 0; i < count; ++i)
       cJSON_AddItemToArray(list.get(), i % 2 != 0 ? cJSON_CreateNumber(i) : cJSON_CreateObject());
-    return list;
-  };
-  const auto cost = [&](int count) {
-    const JsonPtr list = build(count);
     return cpuTime([&] {
       json_PruneEmptyObjects(list.get(), nullptr);
       applyArrayRange(list.get(), "100:100");
@@ -375,8 +364,6 @@ TEST(JsonDocument, FindsDirectMembersByTheirExactKey) {
 
 TEST(JsonDocument, MayBeNull) {
   const LogCapture errors;
-  cJSON* none = nullptr;
-  json_Uninitialize(&none);
   json_Uninitialize(nullptr);
   json_PruneEmptyObjects(nullptr, nullptr);
   json_PruneArrayRangeObjects(nullptr, "?range=1");
