@@ -184,16 +184,6 @@ Number parse(std::string_view digits, int base) {
   return value;
 }
 
-/// The library names IPv4 addresses, two of them without asking anybody.
-void describe(ZAL_AddressInfo& end, bool isV4) {
-  const bool isFixed = end.address == "127.0.0.1"sv || end.address == "0.0.0.0"sv;
-  if (isV4 && (isFixed || resolvesNames)) {
-    ZAL_ConvertDotAddressToDescription(end.address, end.name, sizeof end.name);
-  } else {
-    zalstrlcpy(end.name, end.address, sizeof end.name);
-  }
-}
-
 /// One end of a connection as the kernel prints it, "0100007F:0016": one or four words of the address, each of them in
 /// the byte order of the machine, and the port.
 ZAL_AddressInfo readEnd(std::string_view text) {
@@ -202,17 +192,15 @@ ZAL_AddressInfo readEnd(std::string_view text) {
   for (std::size_t i = 0; i < words.size() && 8 * i < colon; ++i) words[i] = parse<uint32_t>(text.substr(8 * i, 8), 16);
   const auto v6 = std::bit_cast<in6_addr>(words);
   const bool isV6 = colon > 8;
-  const bool isV4 = !isV6 || IN6_IS_ADDR_V4MAPPED(&v6);
 
   ZAL_AddressInfo end{};
   end.port = parse<int32_t>(text.substr(std::min(colon + 1, text.size())), 16);
   if (isV6) inet_ntop(AF_INET6, &v6, end.addressV6, sizeof end.addressV6);
-  if (isV4) {
+  if (!isV6 || IN6_IS_ADDR_V4MAPPED(&v6)) {
     inet_ntop(AF_INET, &words[isV6 ? 3 : 0], end.address, sizeof end.address);
   } else {
     zalstrlcpy(end.address, end.addressV6, sizeof end.address);
   }
-  describe(end, isV4);
   return end;
 }
 
@@ -251,12 +239,30 @@ class SocketHolders {
     ZAL_ObjectHandle process = ZAL_Object_AddObject(connection, "process");
     ZAL_Object_AddInt32(process, "pid", holder.pid);
     ZAL_Object_AddString(process, "name", printable(holder.name).c_str());
-    ZAL_Object_AddUint32(process, "changed", holder.socketTimes[slot]);
+    ZAL_Object_AddUint32(process, "changed", holder.socketTimes[slot]);  // of the descriptor's entry in /proc
   }
 
  private:
   std::vector<ZAL_ProcSocketEntry> table_ = std::vector<ZAL_ProcSocketEntry>(ZAL_PROC_SOCKET_ENTRIES);
 };
+
+/// The library names IPv4 addresses, two of them without asking anybody.
+void describe(ZAL_AddressInfo& end) {
+  const std::string_view address = end.address;
+  const bool isFixed = address == "127.0.0.1" || address == "0.0.0.0";
+  const bool isV4 = address.find(':') == std::string_view::npos;
+  if (isFixed || (isV4 && resolvesNames)) {
+    ZAL_ConvertDotAddressToDescription(end.address, end.name, sizeof end.name);
+  } else {
+    zalstrlcpy(end.name, end.address, sizeof end.name);
+  }
+}
+
+void addAddress(ZAL_ObjectHandle connection, const char* key, ZAL_AddressInfo end) {
+  if (!isWanted(connection, key)) return;  // a look-up of the name takes time
+  describe(end);
+  ZAL_ZalObjectAddAddressStructure(&end, key, connection);
+}
 
 void addService(ZAL_ObjectHandle connection, const char* key, const ZAL_AddressInfo& end, const char* protocol) {
   std::array<char, 64> name{};
@@ -284,9 +290,9 @@ void addConnections(ZAL_ObjectHandle network) {
     ZAL_ObjectHandle entry = ZAL_Array_AddObject(list);
     ZAL_Object_AddString(entry, "protocol", connection.protocol);
     if (connection.protocol == "tcp"sv) ZAL_Object_AddString(entry, "state", nameOfState(connection.state));
-    ZAL_ZalObjectAddAddressStructure(&connection.local, "local", entry);
+    addAddress(entry, "local", connection.local);
     addService(entry, "localService", connection.local, connection.protocol);
-    ZAL_ZalObjectAddAddressStructure(&connection.remote, "remote", entry);
+    addAddress(entry, "remote", connection.remote);
     addService(entry, "remoteService", connection.remote, connection.protocol);
     if (!isWanted(entry, "process")) continue;
     if (!holders) holders.emplace();
