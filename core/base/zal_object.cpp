@@ -82,5 +82,5 @@ int ZAL_Object_CheckFilter(ZAL_ObjectHandle handle, const char* key, int strictn
 
 int checkFilter(ZAL_ObjectHandle handle, const char* key, int strictness) noexcept {
   if (zal::object::nodeOf(handle) == nullptr) return 0;
-  return zal::object::passes(*handle, key, zal::object::strictnessOf(strictness)) ? 1 : 0;
+  return zal::object::passes(*handle, key, zal::strictnessOf(strictness)) ? 1 : 0;
 }

@@ -1,4 +1,5 @@
-// The identifiers by which request filters know the members of a document: the keys that lead to them, joined by "/".
+// The identifiers by which request filters know the members of a document: the keys that lead to them, joined by "/";
+// and how they are compared.
 #pragma once
 
 #include <cstddef>
@@ -8,6 +9,20 @@
 #include "support/text.hpp"
 
 namespace zal {
+
+/// How a member's identifier is compared with a path of the filter. Strict passes what lies on or below the path; loose
+/// passes also what lies above it, since an object must exist for the requested member inside it.
+enum class Strictness : bool { kLoose = false, kStrict = true };
+
+constexpr Strictness strictnessOf(int value) noexcept {
+  return value != 0 ? Strictness::kStrict : Strictness::kLoose;
+}
+
+/// Whether an identifier is the path `reference`, or lies below it.
+inline bool isAtOrBelow(std::string_view reference, std::string_view identifier) noexcept {
+  return identifier.starts_with(reference) &&
+         (identifier.size() == reference.size() || identifier[reference.size()] == '/');
+}
 
 /// The keys from a top node down to a member, joined by "/". A key that would make it 1024 bytes long, or longer, is
 /// left out.

@@ -11,9 +11,9 @@
 namespace {
 
 using zal::JsonPtr;
+using zal::Strictness;
 using zal::json::Place;
 using zal::json::report;
-using zal::json::Strictness;
 
 constexpr const char* kNoObject = "Unable to create JSON object";
 

@@ -6,7 +6,6 @@
 #include <zal/zal_object.h>
 #include <zal/zal_uri.h>
 
-#include <algorithm>
 #include <cstring>
 #include <string_view>
 
@@ -20,16 +19,12 @@ namespace {
 
 constexpr std::size_t kValueSize = 512;
 
-bool begins(std::string_view text, std::string_view with) noexcept {
-  return text.substr(0, with.size()) == with;
-}
-
 /// One filter text, split; of its parts only those that decide are read.
 class Filter {
  public:
   explicit Filter(const char* text) noexcept {
     if (text == nullptr || *text == '\0' || std::strcmp(text, "/") == 0) return;
-    if (begins(text, "//")) {
+    if (std::string_view{text}.starts_with("//")) {
       form_ = Form::kNothing;
       return;
     }
@@ -68,8 +63,8 @@ class Filter {
 
   [[nodiscard]] bool passesPath(std::string_view identifier, Strictness strictness) const noexcept {
     const std::string_view path{path_};
-    if (strictness == Strictness::kLoose) return begins(identifier, path) || begins(path, identifier);
-    return begins(identifier, path) && (identifier.size() == path.size() || identifier[path.size()] == '/');
+    if (strictness == Strictness::kStrict) return isAtOrBelow(path, identifier);
+    return identifier.starts_with(path) || path.starts_with(identifier);
   }
 
   Form form_ = Form::kEverything;
@@ -137,17 +132,15 @@ bool passes(const Place& place, Strictness strictness) noexcept {
 }  // namespace zal::json
 
 int jsonFilterTest(const char* filter, const char* identifier, int strictness) noexcept {
-  using zal::json::Strictness;
   const zal::json::Filter parsed{filter};
-  const Strictness how = strictness != 0 ? Strictness::kStrict : Strictness::kLoose;
-  return parsed.passes(identifier == nullptr ? "" : identifier, how) ? 1 : 0;
+  return parsed.passes(identifier == nullptr ? "" : identifier, zal::strictnessOf(strictness)) ? 1 : 0;
 }
 
 int json_CheckFilter(cJSON* parent, const char* filterA, const char* filterB, cJSON* top, const char* key) noexcept {
-  return passes({parent, filterA, filterB, top, key}, zal::json::Strictness::kStrict) ? 1 : 0;
+  return zal::json::passes({parent, filterA, filterB, top, key}, zal::Strictness::kStrict) ? 1 : 0;
 }
 
 int json_CheckFilterLoose(cJSON* parent, const char* filterA, const char* filterB, cJSON* top,
                           const char* key) noexcept {
-  return passes({parent, filterA, filterB, top, key}, zal::json::Strictness::kLoose) ? 1 : 0;
+  return zal::json::passes({parent, filterA, filterB, top, key}, zal::Strictness::kLoose) ? 1 : 0;
 }

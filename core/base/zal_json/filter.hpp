@@ -4,11 +4,9 @@
 
 #include <cjson/cJSON.h>
 
-#include <cstdint>
+#include "support/member_path.hpp"
 
 namespace zal::json {
-
-enum class Strictness : bool { kLoose = false, kStrict = true };
 
 /// Where a member would be added, and what decides over it; everything may be null.
 struct Place {

@@ -22,7 +22,8 @@ constinit const Filter kEverything;
 
 namespace {
 
-using zal::object::Strictness;
+using zal::isAtOrBelow;
+using zal::Strictness;
 
 constexpr std::size_t kValueSize = 512;
 constexpr std::size_t kReferenceSize = 1536;
@@ -31,11 +32,6 @@ struct Match {
   bool passes;
   long compared;  ///< characters
 };
-
-bool isAtOrBelow(std::string_view reference, std::string_view identifier) noexcept {
-  return identifier.starts_with(reference) &&
-         (identifier.size() == reference.size() || identifier[reference.size()] == '/');
-}
 
 Match compare(std::string_view reference, std::string_view identifier, Strictness strictness) noexcept {
   if (strictness == Strictness::kStrict)
@@ -114,11 +110,11 @@ bool Filter::passes(const char* identifier, Strictness strictness) const noexcep
 
 int filterTest(const char* filter, const char* identifier, int strictness) noexcept {
   const zal::object::Filter parsed{filter};
-  return parsed.passes(orEmpty(identifier), zal::object::strictnessOf(strictness)) ? 1 : 0;
+  return parsed.passes(orEmpty(identifier), zal::strictnessOf(strictness)) ? 1 : 0;
 }
 
 int queryTestInclude(const char* include, const char* path, const char* identifier, int strictness) noexcept {
-  const Strictness how = zal::object::strictnessOf(strictness);
+  const Strictness how = zal::strictnessOf(strictness);
   const char* id = orEmpty(identifier);
   const auto accept = [&](const char* reference) {
     constexpr const char* kName = "queryTestInclude";

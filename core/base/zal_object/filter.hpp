@@ -4,15 +4,9 @@
 
 #include <cstdint>
 
+#include "support/member_path.hpp"
+
 namespace zal::object {
-
-/// How a member's identifier is compared with a path of the filter. Strict passes what lies on or below the path; loose
-/// passes also what lies above it, since an object must exist for the requested member inside it.
-enum class Strictness : bool { kLoose = false, kStrict = true };
-
-constexpr Strictness strictnessOf(int value) noexcept {
-  return value != 0 ? Strictness::kStrict : Strictness::kLoose;
-}
 
 /// One filter text, split. The default one passes everything.
 class Filter {

@@ -17,9 +17,9 @@ namespace {
 
 using zal::JsonPtr;
 using zal::makeNumber;
+using zal::Strictness;
 using zal::object::Graveyard;
 using zal::object::Handle;
-using zal::object::Strictness;
 using zal::object::writableNode;
 
 /// The node that takes a member of that key; null when it has no room for one or the filter rejects it.
