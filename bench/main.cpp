@@ -11,7 +11,12 @@
 
 int main(int argc, char** argv) {
   using Suite = void (*)(const bench::Settings&, bench::Report&);
-  const std::map<std::string, Suite> suites = {{"requests", bench::measureRequests}};
+  const std::map<std::string, Suite> suites = {
+      {"starts", bench::measureStarts},
+      {"requests", bench::measureRequests},
+      {"events", bench::measureEvents},
+      {"documents", bench::measureDocuments},
+  };
 
   bench::Settings settings;
   std::vector<std::string> chosen;

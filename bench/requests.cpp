@@ -163,15 +163,15 @@ class Sessions {
 
 }  // namespace
 
-void measureRequests(const Settings& settings, Report& report) {
-  {
-    SocketDirectory sockets;
-    std::vector<Candidate> starts;
-    for (const Peer& peer : peers())
-      starts.push_back({peer.name, [&] { return Session{peer, settings, sockets}.secondsToFirstAnswer * 1e3; }});
-    report.add({"exec to first answer", "ms", settings.rounds * 2}, starts);
-  }
+void measureStarts(const Settings& settings, Report& report) {
+  SocketDirectory sockets;
+  std::vector<Candidate> starts;
+  for (const Peer& peer : peers())
+    starts.push_back({peer.name, [&] { return Session{peer, settings, sockets}.secondsToFirstAnswer * 1e3; }});
+  report.add({"exec to first answer", "ms", settings.rounds * 2}, starts);
+}
 
+void measureRequests(const Settings& settings, Report& report) {
   Sessions sessions{settings};
   report.add({"request latency, one in flight", "us", settings.rounds},
              sessions.candidates([&](Session& session) { return latency(session, sessions.times(3000)); }));
@@ -188,8 +188,16 @@ void measureRequests(const Settings& settings, Report& report) {
              sessions.candidates([&](Session& session) { return cpu[session.name][round[session.name]++]; }));
   report.add({"memory of the client under requests", "MB", 1},
              sessions.candidates([](Session& session) { return session.client.residentMegabytes(); }));
+}
+
+void measureEvents(const Settings& settings, Report& report) {
+  Sessions sessions{settings};
   report.add({"events of 300 bytes", "1/s", settings.rounds},
              sessions.candidates([&](Session& session) { return eventsPerSecond(session, sessions.times(20000)); }));
+}
+
+void measureDocuments(const Settings& settings, Report& report) {
+  Sessions sessions{settings};
   report.add({"documents of 1 MiB received", "MB/s", settings.rounds},
              sessions.candidates([&](Session& session) { return megabytesPerSecond(session, sessions.times(24)); }));
   report.add({"memory of the client after documents", "MB", 1},

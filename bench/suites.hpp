@@ -13,6 +13,9 @@ struct Settings {
   double effort = 1;  ///< how much of the usual amount of work a round does
 };
 
+void measureStarts(const Settings& settings, Report& report);
 void measureRequests(const Settings& settings, Report& report);
+void measureEvents(const Settings& settings, Report& report);
+void measureDocuments(const Settings& settings, Report& report);
 
 }  // namespace bench

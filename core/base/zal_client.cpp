@@ -170,7 +170,9 @@ void onMessage(void* data, uint32_t size, void* client, void* /*source*/) noexce
 
 void clientWork(uv_work_t* request) noexcept {
   if (request == nullptr || request->data == nullptr) return;
-  zal::work(zal::WorkItemPtr{static_cast<ZAL_ClientWorkItem>(request->data)});
+  auto* const item = static_cast<ZAL_ClientWorkItem>(request->data);
+  ZAL_EventLoopContext const loop = item->client->loop;
+  if (zal::work(zal::WorkItemPtr{item})) ZAL_EventLoop_AsyncSend(loop);
 }
 
 void handleClientRequest(ZAL_ClientWorkItem item) noexcept {

@@ -1,5 +1,6 @@
 // The exported functions of the transport. Each checks its arguments and says what the log has to say; the work is done
 // in the rooms that zal_ipc/ipc.hpp introduces.
+#include "base/zal_ipc.hpp"
 
 #include <zal/zal_ipc.h>
 #include <zal/zal_runtime.h>
@@ -15,6 +16,7 @@
 using zal::CPtr;
 using zal::LockGuard;
 using zal::UriPtr;
+using zal::ipc::Queued;
 using zal::ipc::Stream;
 
 namespace {
@@ -149,12 +151,26 @@ int ZAL_IPC_ClientConnectServer(ZAL_IpcHandle ipc, const char* url) noexcept {
   return zal::ipc::startConnect(*ipc, *endpoint) ? kSuccess : kFailure;
 }
 
+namespace {
+
+Queued queueToServer(ZAL_IpcHandle_& ipc, CPtr<void> buffer, std::uint32_t length) noexcept {
+  const LockGuard hold{ipc.lock};
+  if (ipc.connectedStream == nullptr) return Queued::kNot;
+  return zal::ipc::appendWriteLocked(ipc, ipc.connectedStream, std::move(buffer), length);
+}
+
+}  // namespace
+
+bool zal::queueClientWrite(ZAL_IpcHandle_& ipc, CPtr<void> buffer, std::uint32_t length) noexcept {
+  return queueToServer(ipc, std::move(buffer), length) == Queued::kFirst;
+}
+
 int ZAL_IPC_ClientWrite(ZAL_IpcHandle ipc, void* buffer, uint32_t length) noexcept {
   CPtr<void> owned{buffer};
   if (ipc == nullptr || !owned || length == 0) return kFailure;
-  const LockGuard hold{ipc->lock};
-  if (ipc->connectedStream == nullptr) return kFailure;
-  return zal::ipc::appendWriteLocked(*ipc, ipc->connectedStream, std::move(owned), length) ? kSuccess : kFailure;
+  const Queued queued = queueToServer(*ipc, std::move(owned), length);
+  if (queued == Queued::kFirst) ZAL_EventLoop_AsyncSend(ipc->eventLoop);
+  return queued != Queued::kNot ? kSuccess : kFailure;
 }
 
 void ZAL_IPC_ServerWrite(ZAL_IpcHandle ipc, ZAL_IpcClientContext client, void* buffer, uint32_t length) noexcept {
@@ -162,7 +178,9 @@ void ZAL_IPC_ServerWrite(ZAL_IpcHandle ipc, ZAL_IpcClientContext client, void* b
   if (ipc == nullptr || !owned || length == 0) return;
   const LockGuard hold{ipc->lock};
   uv_stream_t* const stream = zal::ipc::writableStreamLocked(*ipc, client);
-  if (stream != nullptr) static_cast<void>(zal::ipc::appendWriteLocked(*ipc, stream, std::move(owned), length));
+  if (stream == nullptr) return;
+  if (zal::ipc::appendWriteLocked(*ipc, stream, std::move(owned), length) == Queued::kFirst)
+    ZAL_EventLoop_AsyncSend(ipc->eventLoop);
 }
 
 void ZAL_IPC_CloseClient(ZAL_IpcClientContext client) noexcept {

@@ -263,6 +263,8 @@ void forsakeContents(ZAL_ClientHandle_& client) noexcept;
 void writeList(ZAL_ClientHandle_& client, ZAL_IpcCommandList list) noexcept;
 /// The same for records that are borrowed, in the order in which they stand in the image. Any thread.
 void writeCommands(ZAL_ClientHandle_& client, std::span<const CommandView> commands) noexcept;
+/// The same, but when true is returned, the caller is to wake the loop. Any thread.
+[[nodiscard]] bool queueCommands(ZAL_ClientHandle_& client, std::span<const CommandView> commands) noexcept;
 
 // services.cpp
 
@@ -317,8 +319,9 @@ void postProfileChanged(ZAL_ClientHandle_& client, const char* service) noexcept
 
 /// Hands every record of an image to whom it concerns. Loop thread.
 void dispatchImage(ZAL_ClientHandle_& client, const void* image, std::uint32_t size) noexcept;
-/// Does what a command asks for. Worker thread.
-void work(WorkItemPtr item) noexcept;
+/// Does what a command asks for. When true is returned, the caller is to wake the loop, for the answer to leave. Worker
+/// thread.
+[[nodiscard]] bool work(WorkItemPtr item) noexcept;
 
 // gateway.cpp
 

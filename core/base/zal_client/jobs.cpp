@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "base/zal_client/client.hpp"
+#include "base/zal_eventloop.hpp"
 #include "support/log.hpp"
 #include "support/number.hpp"
 
@@ -39,17 +40,20 @@ std::size_t readPoolSize() noexcept {
   return static_cast<std::size_t>(wish == nullptr ? kDefault : std::clamp(readInt32(wish), 1, kMost));
 }
 
-/// Worker thread: does what there is to do. After a while other jobs of the pool get their turn.
+/// Worker thread: does what there is to do. After a while other jobs of the pool get their turn. The last answer needs
+/// no wake-up of its own, since the end of the job is one.
 void runWorker(uv_work_t* request) noexcept {
   constexpr int kItemsInARow = 64;
   auto& client = *static_cast<ZAL_ClientHandle_*>(request->data);
-  do {
-    for (int i = 0; i < kItemsInARow; ++i) {
-      WorkItemPtr item = client.work.pop();
-      if (!item) return;
-      work(std::move(item));
-    }
-  } while (!postJob(client, runWorker, &client));
+  bool owesWake = false;
+  for (int done = 0;; ++done) {
+    if (done >= kItemsInARow && postJob(client, runWorker, &client)) break;
+    WorkItemPtr item = client.work.pop();
+    if (!item) break;
+    if (owesWake) ZAL_EventLoop_AsyncSend(client.loop);
+    owesWake = work(std::move(item));
+  }
+  if (owesWake) sendAsyncWithJobEnd(client.loop);
 }
 
 }  // namespace

@@ -182,9 +182,13 @@ void abandon(ZAL_IpcHandle_* ipc) noexcept;
 /// Any thread. Lets the wake-ups of the handle's loop reach the handle, until removeLive.
 void addLive(ZAL_IpcHandle_& ipc) noexcept;
 void removeLive(ZAL_IpcHandle_& ipc) noexcept;
-/// Any thread. Queues a write; false, with the buffer freed, when memory runs out.
-bool appendWriteLocked(ZAL_IpcHandle_& ipc, uv_stream_t* stream, CPtr<void> buffer, std::uint32_t length) noexcept
-    ZAL_REQUIRES(ipc.lock);
+/// What became of a write: not queued, since memory ran out, and its buffer freed; the first of the queue, so that the
+/// loop must be woken; or behind others.
+enum class Queued { kNot, kFirst, kBehind };
+
+/// Any thread.
+[[nodiscard]] Queued appendWriteLocked(ZAL_IpcHandle_& ipc, uv_stream_t* stream, CPtr<void> buffer,
+                                       std::uint32_t length) noexcept ZAL_REQUIRES(ipc.lock);
 /// Any thread. Frees the waiting writes of a stream, or of all when it is null; those in flight belong to libuv.
 void dropWaitingWritesLocked(ZAL_IpcHandle_& ipc, const uv_stream_t* stream) noexcept ZAL_REQUIRES(ipc.lock);
 

@@ -131,15 +131,14 @@ void removeLive(ZAL_IpcHandle_& ipc) noexcept {
   *link = ipc.nextLive;
 }
 
-bool appendWriteLocked(ZAL_IpcHandle_& ipc, uv_stream_t* stream, CPtr<void> buffer, std::uint32_t length) noexcept {
+Queued appendWriteLocked(ZAL_IpcHandle_& ipc, uv_stream_t* stream, CPtr<void> buffer, std::uint32_t length) noexcept {
   std::unique_ptr<ZAL_IpcWriteEntry> entry{new (std::nothrow)
                                                ZAL_IpcWriteEntry{std::move(buffer), length, false, stream, nullptr}};
-  if (!entry) return false;
+  if (!entry) return Queued::kNot;
   const bool wasEmpty = ipc.writeQueue == nullptr;
   *ipc.writeTail = entry.release();
   ipc.writeTail = &(*ipc.writeTail)->next;
-  if (wasEmpty) ZAL_EventLoop_AsyncSend(ipc.eventLoop);
-  return true;
+  return wasEmpty ? Queued::kFirst : Queued::kBehind;
 }
 
 void dropWaitingWritesLocked(ZAL_IpcHandle_& ipc, const uv_stream_t* stream) noexcept {
