@@ -12,10 +12,8 @@
 int main(int argc, char** argv) {
   using Suite = void (*)(const bench::Settings&, bench::Report&);
   const std::map<std::string, Suite> suites = {
-      {"starts", bench::measureStarts},
-      {"requests", bench::measureRequests},
-      {"events", bench::measureEvents},
-      {"documents", bench::measureDocuments},
+      {"starts", bench::measureStarts},       {"requests", bench::measureRequests}, {"events", bench::measureEvents},
+      {"documents", bench::measureDocuments}, {"base64", bench::measureBase64},
   };
 
   bench::Settings settings;

@@ -47,4 +47,19 @@ TEST(Base64, DecodesUpToWhatIsWrongOrDoesNotFit) {
     EXPECT_EQ(run(zbase64_decode, input, capacity), expected) << input << " " << capacity;
 }
 
+TEST(Base64, TellsEveryByteInEveryPlaceOfALongText) {
+  const std::string alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  for (std::size_t place = 0; place < alphabet.size(); ++place) {
+    for (int byte = 0; byte < 256; ++byte) {
+      std::string text = alphabet;
+      text[place] = static_cast<char>(byte);
+      const bool isPadding = byte == '=' && place % 4 >= 2;
+      const int expected = alphabet.find(text[place]) != std::string::npos ? 48
+                           : isPadding ? static_cast<int>(place / 4 * 3 + place % 4 - 1)
+                                       : -1;
+      ASSERT_EQ(run(zbase64_decode, text, 48).first, expected) << place << ' ' << byte;
+    }
+  }
+}
+
 }  // namespace
