@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 
 #include "support/descriptor.hpp"
 #include "support/log.hpp"
@@ -37,9 +38,10 @@ double growth(std::uint64_t before, std::uint64_t after) noexcept {
   return static_cast<double>(static_cast<std::int64_t>(after - before));
 }
 
-/// Hundredths of a percent as percent, without what is below a hundredth and within 0 to 100.
+/// Hundredths of a percent as percent, without what is below a hundredth, and 0 for negative ones.
 double percentOf(double hundredths) noexcept {
-  return static_cast<std::uint32_t>(std::clamp(hundredths, 0.0, 10000.0)) / 100.0;
+  constexpr double kMost = std::numeric_limits<std::uint32_t>::max();
+  return static_cast<std::uint32_t>(std::clamp(hundredths, 0.0, kMost)) / 100.0;
 }
 
 }  // namespace

@@ -121,7 +121,7 @@ int ZAL_GatherProcPidsSymlinks(ZAL_ProcSocketEntry* table) noexcept {
 }
 
 int ZAL_FindInodeSocket(uint32_t inode, const ZAL_ProcSocketEntry* table) noexcept {
-  if (table == nullptr || inode == 0) return -1;
+  if (table == nullptr) return -1;
   const auto used = zal::network::usedPart(table);
   const auto holder = std::ranges::find_if(used, [&](const ZAL_ProcSocketEntry& entry) {
     return std::ranges::find(entry.sockets, inode) != std::end(entry.sockets);

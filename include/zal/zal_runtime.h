@@ -234,7 +234,8 @@ ZAL_EXPORT int sysfs_get(const char* directory, const char* attribute, uint32_t*
  * Ownership: input and output are the caller's, do not overlap, and may be null when their length is 0.
  * Units:     `inputLength` in bytes, `capacity` in characters.
  * Errors:    the capacity is too small: the groups that fit are written. The result would exceed 2147483647: nothing
- * is. Source:    RFC 4648, section 4.
+ *            is written.
+ * Source:    RFC 4648, section 4.
  *
  * @return the characters written, -1 on failure
  */

@@ -93,7 +93,7 @@ ZAL_EXPORT int ZAL_GetCpuStat(ZAL_CpuStat** stats) ZAL_NOEXCEPT;
 
 /**
  * Measures the load of each processor for half a second, in which the calling thread sleeps. Each share is cut to
- * hundredths and kept within 0 and 100, since a kernel may take back some of a counter.
+ * hundredths; one that is negative, since a kernel may take back some of a counter, counts as 0.
  *
  * A processor without a tick between the samples has all shares 0, as has one that left in between; one that joined in
  * between shows its load since boot. Entries from `numCpus` on are zero.
@@ -322,8 +322,10 @@ ZAL_EXPORT int ZAL_GetProcStatInfo(ZAL_InterruptInfo* info) ZAL_NOEXCEPT;
  *
  * Ownership: `text` is the caller's and gets what the line says up to a blank, with a terminator: a few characters, and
  *            never more than 1024.
- * Errors:    -1 for null, and when the table cannot be opened, which is told on standard error. A port that is not
- * found leaves `text` alone. Threads:   any. Reading the table may need privileges. Source: "/proc/tty/driver/serial".
+ * Threads:   any thread.
+ * Errors:    -1 for null, and when the table cannot be opened, which is told on standard error and may be a matter of
+ *            privileges. A port that is not found leaves `text` alone.
+ * Source:    "/proc/tty/driver/serial".
  *
  * @return 0, or -1
  */
@@ -343,8 +345,10 @@ ZAL_FROZEN_SIZE(ZAL_MemoryInfo, 24, 24);
  * Gives the time since boot.
  *
  * Units:   seconds, to the nearest single-precision number: about 7 digits.
+ * Threads: any thread.
  * Errors:  -1, with a line on standard error, when "/proc/uptime" cannot be opened. Nothing is stored then, nor when
- * the file holds no number. Null does nothing. Threads: any. Source:  proc(5), read without regard to the locale.
+ *          the file holds no number. Null does nothing.
+ * Source:  proc(5), read without regard to the locale.
  *
  * @return 0, or -1
  */
@@ -358,8 +362,9 @@ ZAL_EXPORT int ZAL_GetUpTimerFloat(float* seconds) ZAL_NOEXCEPT;
  *
  * Units:   milliseconds, computed in single precision: they step by 1 in the first hours, by 32 after four days, and by
  *          a second after 100 days.
+ * Threads: any thread.
  * Errors:  0 is stored when the time cannot be read, which is told on standard error as by ZAL_GetUptimeFloat. Null
- * does nothing. Threads: any.
+ *          does nothing.
  *
  * @return 0 in every case
  */
@@ -371,8 +376,10 @@ ZAL_EXPORT int ZAL_GetUpTime(uint64_t* milliseconds) ZAL_NOEXCEPT;
 /**
  * Reads the memory figures of the device.
  *
+ * Threads: any thread.
  * Errors:  a figure that "/proc/meminfo" lacks is left as it was, as "available" on kernels before 3.14; so are all
- * when the file cannot be read. Null does nothing. Threads: any. Source:  proc(5), the first 4095 bytes of the file.
+ *          when the file cannot be read. Null does nothing.
+ * Source:  proc(5), the first 4095 bytes of the file.
  *
  * @return 0 in every case
  */
@@ -407,9 +414,10 @@ ZAL_FROZEN_SIZE(ZAL_ProcSocketEntry, 1668, 1668);
 /**
  * Describes an IPv4 address: "unknown" for 0.0.0.0, "localhost" for 127.0.0.1, else its name by a reverse lookup.
  *
- * The names of 50 addresses are kept for the life of the process, each cut to 45 characters, whatever the size of the
- * buffer was; an address that has no name is kept as "unknown". After a lookup that failed and took more than 2 seconds
- * no other is made for 300 seconds; the first one after that which succeeds, or fails fast, empties the cache.
+ * The names of 50 addresses are kept for the life of the process, each as it was written into the buffer of
+ * the call that looked it up, and cut to 45 characters; an address that has no name is kept as "unknown". After a
+ * lookup that failed and took more than 2 seconds no other is made for 300 seconds; the first one after that which
+ * succeeds, or fails fast, empties the cache.
  *
  * Threads: any thread, also at the same time. One lookup runs at a time and blocks its caller alone: an address that is
  *          not in the cache is "unknown" to the others meanwhile. No lock is held while it runs.
@@ -493,8 +501,11 @@ ZAL_EXPORT int ZAL_GatherProcPids(ZAL_ProcSocketEntry* table) ZAL_NOEXCEPT;
  */
 ZAL_EXPORT int ZAL_GatherProcPidsSymlinks(ZAL_ProcSocketEntry* table) ZAL_NOEXCEPT;
 
-/** @return the index of the first entry that holds a socket, or -1; also for a null table and for inode 0, which is no
- * socket. */
+/**
+ * Finds the process that holds a socket. Inode 0 stands in every free slot and is no socket: do not look for it.
+ *
+ * @return the index of the first entry that holds the inode, or -1, also for a null table
+ */
 ZAL_EXPORT int ZAL_FindInodeSocket(uint32_t inode, const ZAL_ProcSocketEntry* table) ZAL_NOEXCEPT;
 
 /** @return the slot of a socket in the sockets of entry `index`, or -1; also for a null table, an index that the table
@@ -517,11 +528,12 @@ ZAL_EXPORT int ZAL_FindSocketIdx(const ZAL_ProcSocketEntry* table, int32_t index
  * Ownership: the texts stay the caller's, and a ":" in them is overwritten with a terminator.
  * Threads:   one at a time. Blocks for up to 3.5 s a server, and while names are looked up.
  * Limits:    one call in 10 seconds, by the wall clock; after the clock was set back, none before it has caught up.
- * Calls without servers count, refused ones do not. Errors:    told on standard error: a call too early, a name that is
- * not found, a local port (8000 to 8999, at random) that is in use, a question that cannot be sent, an answer that is
- * no success, and no answer. Source:    RFC 5389, Binding over UDP, IPv4 only; MAPPED-ADDRESS or XOR-MAPPED-ADDRESS,
- * whichever comes first. Neither the sender of the answer nor its transaction id is checked: do not rely on the address
- * for security.
+ *            Calls without servers count, refused ones do not.
+ * Errors:    told on standard error: a call too early, a name that is not found, a local port (8000 to 8999, at random)
+ *            that is in use, a question that cannot be sent, an answer that is no success, and no answer.
+ * Source:    RFC 5389, Binding over UDP, IPv4 only; MAPPED-ADDRESS or XOR-MAPPED-ADDRESS, whichever comes first.
+ *            Neither the sender of the answer nor its transaction id is checked: do not rely on the address for
+ *            security.
  *
  * @return what became of the last server that was asked: 1 it answered (and told the address, unless it was the last of
  *         all), 0 it could not be asked, -1 it did not answer or its text is null or too short. -1 also for a call too

@@ -29,8 +29,9 @@ int NameCache::describe(const char* address, char* buffer, std::size_t size) noe
   std::array<char, NI_MAXHOST> name{};
   const int code = resolver_.nameOf(binary, name);
   const std::string_view description = code == 0 && name.front() != '\0' ? name.data() : kUnknown;
-  finishLookup(address, description, code, resolver_.now() - started);
   copyCut(buffer, description, size);
+  const std::string_view shown = description.substr(0, buffer == nullptr || size == 0 ? 0 : size - 1);
+  finishLookup(address, shown.empty() ? kUnknown : shown, code, resolver_.now() - started);
   return code;
 }
 
