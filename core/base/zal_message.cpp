@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "base/zal_object.hpp"
+#include "support/json_node.hpp"
 #include "support/log.hpp"
 #include "support/memory.hpp"
 #include "support/number.hpp"
@@ -103,12 +104,11 @@ bool addError(const ZAL_MessageHandle_& message) noexcept {
 
 /// Makes a member that refers to another tree's node show that node as it is now.
 void refer(cJSON& member, const cJSON& node) noexcept {
-  constexpr int kTypeBits = 0xFF;  // without the flags, which are about the node's own memory
   cJSON shown = node;
   shown.next = member.next;
   shown.prev = member.prev;
   shown.string = member.string;
-  shown.type = (node.type & kTypeBits) | cJSON_IsReference;
+  shown.type = zal::typeOf(node) | cJSON_IsReference;  // without the flags, which are about the node's own memory
   member = shown;
 }
 

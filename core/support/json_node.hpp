@@ -9,8 +9,14 @@
 
 namespace zal {
 
+/// One of cJSON's types, without the flags beside it.
+inline int typeOf(const cJSON& node) noexcept {
+  constexpr int kTypeBits = 0xFF;
+  return node.type & kTypeBits;
+}
+
 inline bool isContainer(const cJSON& node) noexcept {
-  return cJSON_IsArray(&node) || cJSON_IsObject(&node);
+  return typeOf(node) == cJSON_Array || typeOf(node) == cJSON_Object;
 }
 
 /// Whether the node only refers to children that belong to another tree, which are not this tree's to change.

@@ -46,10 +46,12 @@ TEST(Print, WritesNumbersDigitForDigit) {
   for (int i = 0; i < kEach; ++i) {
     const std::uint64_t bits = random();
     const auto signedBits = static_cast<std::int64_t>(bits);
-    numbers.push_back(std::bit_cast<double>(bits));                          // any double
-    numbers.push_back(static_cast<double>(signedBits >> (bits % 64)));       // integers of all lengths
-    numbers.push_back(static_cast<double>(signedBits % 1000000) / 1000);     // readings
-    numbers.push_back(1.7e9 + static_cast<double>(bits % 100000000) / 1e6);  // timestamps
+    numbers.push_back(std::bit_cast<double>(bits));                               // any double
+    numbers.push_back(static_cast<double>(signedBits >> (bits % 64)));            // integers of all lengths
+    numbers.push_back(static_cast<double>(signedBits % 1000000) / 1000);          // readings
+    numbers.push_back(1.7e9 + static_cast<double>(bits % 100000000) / 1e6);       // timestamps
+    numbers.push_back(std::ldexp(bits >> 11 | 1, -static_cast<int>(bits % 60)));  // with and without halves to round
+    numbers.push_back(std::nextafter(std::pow(10, static_cast<int>(bits % 18) - 4), bits % 3 == 0 ? 0 : 1e300));
     numbers.push_back(std::ldexp(1.0, static_cast<int>(bits % 2000) - 1000) * (1 + static_cast<double>(bits % 7)));
   }
   for (const double number : numbers) {

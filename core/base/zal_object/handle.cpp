@@ -105,14 +105,13 @@ void freeRecords(Handle* handle) noexcept {
 }
 
 const Filter* filterOf(Handle& handle) noexcept {
-  Handle* root = handle.root;
-  if (root == nullptr || root->filter == nullptr) return &kEverything;
-  if (!root->parsed) root->parsed.reset(new (std::nothrow) Filter{root->filter});
-  return root->parsed.get();
+  if (!hasFilter(handle)) return &kEverything;
+  auto& parsed = handle.root->parsed;
+  if (!parsed) parsed.reset(new (std::nothrow) Filter{handle.root->filter});
+  return parsed.get();
 }
 
-bool passes(Handle& handle, const char* key, Strictness strictness) noexcept {
-  if (key == nullptr) return true;
+bool passesFilter(Handle& handle, const char* key, Strictness strictness) noexcept {
   const Filter* filter = filterOf(handle);
   if (filter == nullptr || filter->passesEverything()) return filter != nullptr;
   const char* path = pathOf(handle);

@@ -61,8 +61,17 @@ void freeRecords(Handle* handle) noexcept;
 /// The filter that members of this tree are tested with; null when memory runs out.
 const Filter* filterOf(Handle& handle) noexcept;
 
+/// The same test as passes, for a tree with a filter.
+bool passesFilter(Handle& handle, const char* key, Strictness strictness) noexcept;
+
+inline bool hasFilter(const Handle& handle) noexcept {
+  return handle.root != nullptr && handle.root->filter != nullptr;
+}
+
 /// Whether a member of that key would be part of the answer. False when memory runs out.
-bool passes(Handle& handle, const char* key, Strictness strictness) noexcept;
+inline bool passes(Handle& handle, const char* key, Strictness strictness) noexcept {
+  return key == nullptr || !hasFilter(handle) || passesFilter(handle, key, strictness);
+}
 
 inline bool isTop(const Handle& handle) noexcept {
   return handle.root == &handle;
@@ -88,7 +97,7 @@ inline cJSON* nodeOf(const Handle* handle) noexcept {
 /// The handle's node when it is an array, else null.
 inline cJSON* arrayOf(const Handle* handle) noexcept {
   cJSON* node = nodeOf(handle);
-  return cJSON_IsArray(node) ? node : nullptr;
+  return node != nullptr && typeOf(*node) == cJSON_Array ? node : nullptr;
 }
 
 /// The handle's node when members can be added to it, else null.

@@ -3,12 +3,12 @@
 #include <zal/zal_object.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <cstring>
 #include <utility>
 
 #include "base/zal_object.hpp"
+#include "base/zal_object/digits.hpp"
 #include "base/zal_object/handle.hpp"
 #include "base/zal_object/prune.hpp"
 #include "support/log.hpp"
@@ -50,11 +50,10 @@ int addNumber(ZAL_ObjectHandle handle, const char* key, double value) noexcept {
 /// The value with six decimals, as raw text of at most 17 characters.
 JsonPtr makeSixDecimals(double value) noexcept {
   constexpr std::size_t kLongestText = 17;
-  constexpr std::size_t kLargestDouble = 320;  // a sign, 309 digits, "." and six more
   if (!std::isfinite(value)) return makeNumber(value);
 
-  char text[kLargestDouble];
-  const char* end = std::to_chars(text, text + sizeof text, value, std::chars_format::fixed, 6).ptr;
+  char text[zal::object::kLongestDecimals];
+  const char* end = zal::object::writeSixDecimals(text, value);
   std::size_t length = std::min(static_cast<std::size_t>(end - text), kLongestText);
   if (text[length - 1] == '.') --length;  // a cut that leaves the point last would leave no JSON
   text[length] = '\0';

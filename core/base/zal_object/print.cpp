@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "base/zal_object.hpp"
+#include "base/zal_object/digits.hpp"
 #include "support/boundary.hpp"
 #include "support/json_node.hpp"
 #include "support/number.hpp"
@@ -27,12 +28,18 @@ class Text {
   [[nodiscard]] bool isComplete() const noexcept { return isComplete_; }
 
   void add(char c) noexcept {
-    if (reserve(1)) bytes_.get()[size_++] = c;
+    if (hasRoom(1)) bytes_.get()[size_++] = c;
   }
   void add(std::string_view text) noexcept {
-    if (!reserve(text.size())) return;
+    if (!hasRoom(text.size())) return;
     std::memcpy(bytes_.get() + size_, text.data(), text.size());
     size_ += text.size();
+  }
+  /// Lets `write` put at most `most` characters; it returns their end.
+  template <class Write>
+  void addWritten(std::size_t most, Write write) noexcept {
+    if (!hasRoom(most)) return;
+    size_ = static_cast<std::size_t>(write(bytes_.get() + size_) - bytes_.get());
   }
   /// The text with a terminator; null when memory ran out.
   [[nodiscard]] CPtr<char> take() noexcept {
@@ -41,10 +48,12 @@ class Text {
   }
 
  private:
-  [[nodiscard]] bool reserve(std::size_t count) noexcept {
-    if (capacity_ - size_ >= count) return isComplete_;
-    constexpr std::size_t kFirst = 512;
-    const std::size_t wanted = std::max({kFirst, capacity_ * 2, size_ + count});
+  [[nodiscard]] bool hasRoom(std::size_t count) noexcept {
+    return capacity_ - size_ >= count ? isComplete_ : grow(size_ + count);
+  }
+  [[nodiscard]] bool grow(std::size_t least) noexcept {
+    constexpr std::size_t kFirst = 1024;
+    const std::size_t wanted = std::max({kFirst, capacity_ * 2, least});
     void* const grown = isComplete_ ? std::realloc(bytes_.get(), wanted) : nullptr;
     isComplete_ = grown != nullptr;
     if (!isComplete_) return false;
@@ -86,14 +95,38 @@ void addEscaped(Text& out, unsigned char byte) noexcept {
   out.add(kDigits[byte & 15]);
 }
 
+/// Whether one of eight characters has to be escaped: below a blank, a quotation mark or a backslash. Each term sets
+/// the highest bit of a byte that is, and may then do so for others.
+bool hasEscape(std::uint64_t eight) noexcept {
+  constexpr std::uint64_t kEach = 0x0101010101010101;
+  const std::uint64_t quote = eight ^ kEach * '"';
+  const std::uint64_t backslash = eight ^ kEach * '\\';
+  const std::uint64_t found =
+      ((eight - kEach * ' ') & ~eight) | ((quote - kEach) & ~quote) | ((backslash - kEach) & ~backslash);
+  return (found & kEach * 0x80) != 0;
+}
+
+/// Copies what stands before the first character that has to be escaped; returns its length.
+std::size_t copyPlain(char* to, std::string_view text) noexcept {
+  std::size_t length = 0;
+  for (std::uint64_t eight = 0; text.size() - length >= sizeof eight; length += sizeof eight) {
+    std::memcpy(&eight, text.data() + length, sizeof eight);
+    if (hasEscape(eight)) break;
+    std::memcpy(to + length, &eight, sizeof eight);
+  }
+  for (; length < text.size() && kEscapes[static_cast<unsigned char>(text[length])] == 0; ++length)
+    to[length] = text[length];
+  return length;
+}
+
 void addString(Text& out, const char* text) noexcept {
+  std::string_view rest{text == nullptr ? "" : text};
   out.add('"');
-  for (const char* run = text == nullptr ? "" : text; *run != '\0';) {
-    const char* end = run;
-    while (*end != '\0' && kEscapes[static_cast<unsigned char>(*end)] == 0) ++end;
-    out.add(std::string_view{run, static_cast<std::size_t>(end - run)});
-    if (*end != '\0') addEscaped(out, static_cast<unsigned char>(*end++));
-    run = end;
+  while (!rest.empty()) {
+    std::size_t length = 0;
+    out.addWritten(rest.size(), [&](char* to) noexcept { return to + (length = copyPlain(to, rest)); });
+    if (length < rest.size()) addEscaped(out, static_cast<unsigned char>(rest[length++]));
+    rest.remove_prefix(length);
   }
   out.add('"');
 }
@@ -105,27 +138,21 @@ bool isSame(double one, double other) noexcept {
 }
 
 /// 15 digits, or 17 where those would be another number.
-void addNumber(Text& out, double value) noexcept {
+char* writeNumber(char* text, double value) noexcept {
   constexpr double kExact = 1e15;  // an integer below has at most 15 digits
-  char text[32];
-  char* const end = text + sizeof text;
-  if (!std::isfinite(value)) return out.add("null");
-  if (std::fabs(value) < kExact && value == std::trunc(value) && !(value == 0 && std::signbit(value))) {
-    const char* const stop = std::to_chars(text, end, static_cast<std::int64_t>(value)).ptr;
-    return out.add(std::string_view{text, static_cast<std::size_t>(stop - text)});
-  }
-  char* stop = std::to_chars(text, end, value, std::chars_format::general, 15).ptr;
-  *stop = '\0';
+  if (std::fabs(value) < kExact && value == std::trunc(value) && !(value == 0 && std::signbit(value)))
+    return std::to_chars(text, text + object::kLongestDigits, static_cast<std::int64_t>(value)).ptr;
+  char* const end = object::writeDigits(text, value, 15);
+  *end = '\0';
   double readBack = 0;
   // Only rounded up beyond the largest double, or among the smallest, it is out of range here.
-  if (std::from_chars(text, stop, readBack).ec != std::errc{}) readBack = readDouble(text);
-  if (!isSame(readBack, value)) stop = std::to_chars(text, end, value, std::chars_format::general, 17).ptr;
-  out.add(std::string_view{text, static_cast<std::size_t>(stop - text)});
+  if (std::from_chars(text, end, readBack).ec != std::errc{}) readBack = readDouble(text);
+  return isSame(readBack, value) ? end : object::writeDigits(text, value, 17);
 }
 
-int typeOf(const cJSON& node) noexcept {
-  constexpr int kTypeBits = 0xFF;
-  return node.type & kTypeBits;
+void addNumber(Text& out, double value) noexcept {
+  if (!std::isfinite(value)) return out.add("null");
+  out.addWritten(object::kLongestDigits, [value](char* text) noexcept { return writeNumber(text, value); });
 }
 
 /// Prints a value, of a container its beginning; false for a node that is none.
@@ -165,6 +192,7 @@ void addEnd(Text& out, const cJSON& container) noexcept {
 
 bool addTree(Text& out, const cJSON& top) {
   std::vector<const cJSON*> open;  // the containers that the current node lies in
+  open.reserve(16);                // few documents are deeper
   const cJSON* node = &top;
   for (;;) {
     if (!addValue(out, *node) || !out.isComplete()) return false;
