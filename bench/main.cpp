@@ -13,7 +13,8 @@ int main(int argc, char** argv) {
   using Suite = void (*)(const bench::Settings&, bench::Report&);
   const std::map<std::string, Suite> suites = {
       {"starts", bench::measureStarts},       {"requests", bench::measureRequests}, {"events", bench::measureEvents},
-      {"documents", bench::measureDocuments}, {"base64", bench::measureBase64},     {"answers", bench::measureAnswers},
+      {"documents", bench::measureDocuments}, {"base64", bench::measureBase64},     {"log", bench::measureLog},
+      {"answers", bench::measureAnswers},
   };
 
   bench::Settings settings;

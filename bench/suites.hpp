@@ -14,6 +14,7 @@ struct Settings {
 };
 
 void measureStarts(const Settings& settings, Report& report);
+void measureLog(const Settings& settings, Report& report);
 void measureAnswers(const Settings& settings, Report& report);
 void measureBase64(const Settings& settings, Report& report);
 void measureRequests(const Settings& settings, Report& report);

@@ -13,6 +13,7 @@
 #include <iterator>
 
 #include "base/zal_log/log_file.hpp"
+#include "base/zal_log/write_formatted.hpp"
 #include "support/log.hpp"
 
 constinit std::atomic<int> zal::logLevel{ZAL_LOG_INFO};
@@ -69,7 +70,7 @@ void readEnvironmentOnce() noexcept {
 void ZAL_PRINTF_LIKE(2, 0) writeToStream(FILE* stream, const char* format, va_list arguments) noexcept {
   if (stream == nullptr) return;
   if (const int descriptor = fileno(stream); descriptor >= 0) {
-    vdprintf(descriptor, format, arguments);
+    zal::writeFormatted(descriptor, format, arguments);
   } else {
     std::vfprintf(stream, format, arguments);
   }
@@ -87,6 +88,26 @@ constexpr void (*kSettings[])(const char* value) = {
     [](const char* value) { ZAL_Log_SetFileMaxFiles(toInt(value)); },
 };
 static_assert(std::size(kSettings) == std::size(debugEnvNames));
+
+struct Origin {
+  int level;
+  const char* file;
+  int line;
+  const char* function;
+};
+
+/// Not inlined, so that a filtered call does not pay for what only this needs.
+__attribute__((noinline)) void ZAL_PRINTF_LIKE(2, 0)
+    printLine(const Origin& origin, const char* format, va_list arguments) noexcept {
+  const Stamp stamp = stampOfNow();
+  if (origin.level >= ZAL_LOG_WARNING) {
+    zal_fprintf(stderr, "%s %s %s(%d):%s(): ", markerOf(origin.level), stamp.data(), origin.file, origin.line,
+                origin.function);
+  } else {
+    zal_fprintf(stderr, "%s %s: ", markerOf(origin.level), stamp.data());
+  }
+  zal_vfprintf(stderr, format, arguments);
+}
 
 char shownAs(unsigned char byte) noexcept {
   return std::isprint(byte) != 0 ? static_cast<char>(byte) : '.';
@@ -112,15 +133,9 @@ void dumpLine(const unsigned char* bytes, int count) noexcept {
 
 int Log_PrintMessage(int level, const char* file, int line, const char* function, const char* format, ...) noexcept {
   if (!zal::logEnabled(level)) return 0;
-  const Stamp stamp = stampOfNow();
-  if (level >= ZAL_LOG_WARNING) {
-    zal_fprintf(stderr, "%s %s %s(%d):%s(): ", markerOf(level), stamp.data(), file, line, function);
-  } else {
-    zal_fprintf(stderr, "%s %s: ", markerOf(level), stamp.data());
-  }
   va_list arguments;
   va_start(arguments, format);
-  zal_vfprintf(stderr, format, arguments);
+  printLine({level, file, line, function}, format, arguments);
   va_end(arguments);
   return 0;
 }

@@ -17,6 +17,7 @@
 #include <cstring>
 #include <limits>
 
+#include "base/zal_log/write_formatted.hpp"
 #include "support/descriptor.hpp"
 #include "support/local_time.hpp"
 #include "support/lock.hpp"
@@ -160,12 +161,15 @@ bool isOn() noexcept {
 
 bool append(const char* format, std::va_list arguments) noexcept {
   const LockGuard hold{mutex};
+  bool isTooLarge = false;
   {
     const Descriptor file = openLocked();
     if (!file.isOpen()) return false;
-    vdprintf(file.get(), format, arguments);
+    writeFormatted(file.get(), format, arguments);
+    struct stat64 status {};
+    isTooLarge = fstat64(file.get(), &status) == 0 && status.st_size > maxBytes;
   }
-  closeLocked(nullptr);
+  if (isTooLarge) rotateLocked();
   return true;
 }
 
