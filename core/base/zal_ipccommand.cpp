@@ -78,12 +78,15 @@ std::string_view textOf(const char (&field)[Size]) noexcept {
   return {field, strnlen(field, Size - 1)};
 }
 
+constexpr std::size_t kTexts = 3;  // they are sent with their terminators
+constexpr std::size_t kLeastSize = (2 + kTexts + 1) * sizeof(std::uint32_t) + kTexts;  // numbers, lengths, terminators
+constexpr std::size_t kLongestTexts =
+    sizeof ZAL_IpcCommand::service + sizeof ZAL_IpcCommand::name + sizeof ZAL_IpcCommand::optionalParam - kTexts;
+constexpr auto kLargestImage = std::numeric_limits<std::uint32_t>::max();
+
 std::size_t sizeOf(const CommandView& command) noexcept {
-  constexpr std::size_t kNumbers = 2;
-  constexpr std::size_t kTexts = 3;  // they are sent with their terminators
-  constexpr std::size_t kBlobs = kTexts + 1;
-  return (kNumbers + kBlobs) * sizeof(std::uint32_t) + kTexts + command.service.size() + command.name.size() +
-         command.optionalParam.size() + command.payload.size();
+  return kLeastSize + command.service.size() + command.name.size() + command.optionalParam.size() +
+         command.payload.size();
 }
 
 void writeBlob(zal::tpl::Writer& out, std::string_view bytes) noexcept {
@@ -99,66 +102,92 @@ void writeText(zal::tpl::Writer& out, std::string_view text) noexcept {
 
 void write(zal::tpl::Writer& out, const CommandView& command) noexcept {
   out.value(command.code);
-  for (const std::string_view text : {command.service, command.name, command.optionalParam}) writeText(out, text);
+  writeText(out, command.service);
+  writeText(out, command.name);
+  writeText(out, command.optionalParam);
   writeBlob(out, command.payload);
   out.value(command.requestId);
 }
 
-/// Encodes what `forEach` calls its argument with, once to measure and once to write.
+/// Encodes what `forEach` calls its argument with, into a block of `room` bytes.
 template <class ForEach>
-Image encodeAll(ForEach forEach) noexcept {
-  std::uint64_t size = kFrontSize;
-  std::uint32_t count = 0;
-  forEach([&](const CommandView& command) {
-    size += sizeOf(command);
-    ++count;
-  });
-  constexpr auto kMost = std::numeric_limits<std::uint32_t>::max();
-  if (size > kMost) {
-    tpl_hook.report_fn("tpl_dump: image exceeds %u bytes\n", kMost);
+Image encodeAll(std::uint64_t room, ForEach forEach) noexcept {
+  if (room > kLargestImage) {
+    tpl_hook.report_fn("tpl_dump: image exceeds %u bytes\n", kLargestImage);
     return {};
   }
-  Image image{CPtr<void>{zal::tpl::allocate(static_cast<std::size_t>(size))}, static_cast<std::uint32_t>(size)};
-  zal::tpl::Writer out{static_cast<char*>(image.bytes.get())};
-  zal::tpl::writeHeader(out, image.size, false);
-  out.bytes(kFormat.data(), kFormat.size());
-  out.value(count);
-  forEach([&](const CommandView& command) { write(out, command); });
-  return image;
+  char* const start = zal::tpl::allocate(static_cast<std::size_t>(room));
+  zal::tpl::Writer records{start + kFrontSize};
+  std::uint32_t count = 0;
+  forEach([&](const CommandView& command) {
+    write(records, command);
+    ++count;
+  });
+  const auto size = static_cast<std::uint32_t>(records.position() - start);
+  zal::tpl::Writer front{start};
+  zal::tpl::writeHeader(front, size, false);
+  front.bytes(kFormat.data(), kFormat.size());
+  front.value(count);
+  return {CPtr<void>{start}, size};
 }
 
-/// The next record of an image; nothing when it is cut short.
-std::optional<CommandView> read(zal::tpl::Reader& in) noexcept {
-  CommandView command{};
+/// Calls `take` with each record of a list, from the head on.
+template <class Take>
+void forEachOf(const ZAL_IpcCommandList_& list, Take take) noexcept {
+  for (const ZAL_IpcCommand* command = list.head; command != nullptr; command = command->next) take(*command);
+}
+
+/// The bytes that a list's image takes, or more where that is little: measuring the texts of a short list takes as long
+/// as writing it.
+std::uint64_t roomFor(const ZAL_IpcCommandList_& list) noexcept {
+  constexpr std::uint64_t kLittle = 1 << 17;
+  std::uint64_t most = kFrontSize;
+  forEachOf(list, [&](const ZAL_IpcCommand& command) { most += kLeastSize + kLongestTexts + command.payloadSize; });
+  if (most <= kLittle) return most;
+  std::uint64_t size = kFrontSize;
+  forEachOf(list, [&](const ZAL_IpcCommand& command) { size += sizeOf(zal::viewOf(command)); });
+  return size;
+}
+
+/// Gives back what an image has left of its block.
+void trim(Image& image) noexcept {
+  void* const trimmed = tpl_hook.realloc_fn(image.bytes.get(), image.size);
+  if (trimmed == nullptr) return;  // the block is still whole
+  static_cast<void>(image.bytes.release());
+  image.bytes.reset(trimmed);
+}
+
+template <std::size_t Size>
+[[nodiscard]] bool readText(zal::tpl::Reader& in, char (&field)[Size]) noexcept {
+  const auto text = in.blob();
+  if (text) copyField(field, text->data(), text->size());
+  return text.has_value();
+}
+
+/// Copies a payload into a record that has none; false when memory runs out.
+[[nodiscard]] bool copyPayload(ZAL_IpcCommand& command, const void* bytes, std::uint32_t size) noexcept {
+  if (size == 0) return true;
+  command.payload = zal::allocateBytes(size).release();
+  if (command.payload == nullptr) return false;
+  std::memcpy(command.payload, bytes, size);
+  command.payloadSize = size;
+  return true;
+}
+
+enum class Outcome { kWhole, kInvalid, kNoMemory };
+
+/// Fills a zeroed record with the next one of an image; each value goes straight to its place.
+Outcome read(zal::tpl::Reader& in, ZAL_IpcCommand& command) noexcept {
   const auto code = in.length();
-  if (!code) return std::nullopt;
-  for (std::string_view* blob : {&command.service, &command.name, &command.optionalParam, &command.payload}) {
-    const auto bytes = in.blob();
-    if (!bytes) return std::nullopt;
-    *blob = *bytes;
-  }
+  if (!code || !readText(in, command.service) || !readText(in, command.name) || !readText(in, command.optionalParam))
+    return Outcome::kInvalid;
+  const auto payload = in.blob();
   const auto requestId = in.length();
-  if (!requestId) return std::nullopt;
+  if (!payload || !requestId) return Outcome::kInvalid;
   command.code = static_cast<std::int32_t>(*code);
-  command.requestId = static_cast<std::int32_t>(*requestId);
-  return command;
-}
-
-/// Copies a record with its payload; null when memory runs out.
-CommandPtr copyOf(const CommandView& view) noexcept {
-  CommandPtr command = newCommand();
-  if (!command) return nullptr;
-  command->code = view.code;
-  copyField(command->service, view.service.data(), view.service.size());
-  copyField(command->name, view.name.data(), view.name.size());
-  copyField(command->optionalParam, view.optionalParam.data(), view.optionalParam.size());
-  command->requestId = static_cast<std::uint16_t>(view.requestId);
-  if (view.payload.empty()) return command;
-  command->payload = zal::allocateBytes(view.payload.size()).release();
-  if (command->payload == nullptr) return nullptr;
-  std::memcpy(command->payload, view.payload.data(), view.payload.size());
-  command->payloadSize = static_cast<std::uint32_t>(view.payload.size());
-  return command;
+  command.requestId = static_cast<std::uint16_t>(*requestId);
+  const bool isCopied = copyPayload(command, payload->data(), static_cast<std::uint32_t>(payload->size()));
+  return isCopied ? Outcome::kWhole : Outcome::kNoMemory;
 }
 
 /// A reader of an image of this format that stands at the count of its records; nothing when its front is not as it
@@ -172,18 +201,15 @@ std::optional<zal::tpl::Reader> open(std::string_view image) noexcept {
   return reader;
 }
 
-enum class Outcome { kWhole, kInvalid, kNoMemory };
-
 /// Adds an image's records to a list.
 Outcome decodeInto(ZAL_IpcCommandList_& list, std::string_view image) noexcept {
   auto reader = open(image);
   auto left = reader ? reader->length() : std::nullopt;
   if (!left) return Outcome::kInvalid;
   for (; *left > 0; --*left) {
-    const auto view = read(*reader);
-    if (!view) return Outcome::kInvalid;
-    CommandPtr command = copyOf(*view);
+    CommandPtr command = newCommand();
     if (!command) return Outcome::kNoMemory;
+    if (const Outcome outcome = read(*reader, *command); outcome != Outcome::kWhole) return outcome;
     pushHead(list, std::move(command));
   }
   return reader->left() == 0 ? Outcome::kWhole : Outcome::kInvalid;
@@ -212,12 +238,7 @@ void ZAL_IpcCommand_Add(ZAL_IpcCommandList list, const ZAL_IpcCommand* command) 
   copyField(copy->name, command->name);
   copyField(copy->uid, command->uid);
   copyField(copy->optionalParam, command->optionalParam);
-  if (command->payloadSize != 0 && command->payload != nullptr) {
-    copy->payload = zal::allocateBytes(command->payloadSize).release();
-    if (copy->payload == nullptr) return;
-    std::memcpy(copy->payload, command->payload, command->payloadSize);
-    copy->payloadSize = command->payloadSize;
-  }
+  if (command->payload != nullptr && !copyPayload(*copy, command->payload, command->payloadSize)) return;
   copy->requestId = command->requestId;
   pushHead(*list, std::move(copy));
 }
@@ -239,24 +260,28 @@ zal::CommandView zal::viewOf(const ZAL_IpcCommand& command) noexcept {
 }
 
 zal::Image zal::encode(std::span<const CommandView> commands) noexcept {
-  return encodeAll([&](auto take) {
+  const auto forEach = [&](auto take) {
     for (CommandView command : commands) {
       command.service = command.service.substr(0, sizeof ZAL_IpcCommand::service - 1);
       command.name = command.name.substr(0, sizeof ZAL_IpcCommand::name - 1);
       command.optionalParam = command.optionalParam.substr(0, sizeof ZAL_IpcCommand::optionalParam - 1);
       take(command);
     }
-  });
+  };
+  std::uint64_t size = kFrontSize;
+  forEach([&](const CommandView& command) { size += sizeOf(command); });
+  return encodeAll(size, forEach);
 }
 
 void ZAL_IpcCommand_GetBuffer(ZAL_IpcCommandList list, void** buffer, uint32_t* size) noexcept {
   *buffer = nullptr;
   *size = 0;
   if (list == nullptr) return;
-  Image image = encodeAll([&](auto take) {
-    for (const ZAL_IpcCommand* command = list->head; command != nullptr; command = command->next)
-      take(zal::viewOf(*command));
+  Image image = encodeAll(roomFor(*list), [&](auto take) {
+    forEachOf(*list, [&](const ZAL_IpcCommand& command) { take(zal::viewOf(command)); });
   });
+  if (!image.bytes) return;
+  trim(image);
   *size = image.size;
   *buffer = image.bytes.release();
 }

@@ -206,6 +206,8 @@ class Writer {
  public:
   explicit Writer(char* to) noexcept : to_{to} {}
 
+  [[nodiscard]] char* position() const noexcept { return to_; }
+
   void bytes(const void* from, std::size_t size) noexcept {
     if (size != 0) std::memcpy(to_, from, size);
     to_ += size;
