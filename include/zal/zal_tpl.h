@@ -42,8 +42,9 @@ typedef struct tpl_blob {
 ZAL_FROZEN_SIZE(tpl_blob, 8, 16);
 
 /**
- * The pending partial image of one byte stream, kept between tpl_gather calls. The caller keeps a pointer to it, null
- * at first; a stream that ends early is cleaned up by freeing `bytes` and then the record, both with tpl_hook.free_fn.
+ * The pending partial image of one byte stream, kept between tpl_gather calls. Only tpl_gather makes one, and no one
+ * else changes it. The caller keeps a pointer to it, null at first; a stream that ends early is cleaned up by freeing
+ * `bytes` and then the record, both with tpl_hook.free_fn.
  */
 typedef struct tpl_gather_state {
   void* bytes;
@@ -67,7 +68,8 @@ typedef int (*tpl_gather_callback)(void* image, size_t length, void* data);
  * fatal_fn     must not return, and abort() follows when it does; by default reports at most 99 characters and exits
  *              with status -1
  * gather_limit the longest image, or pending image with the block that continues it, that tpl_gather accepts; 0 accepts
- *              any. To be set wherever a peer is not trusted: the length in a header decides how much is kept for it
+ *              any. To be set wherever a peer is not trusted: the length in a header decides how much is kept for it.
+ *              At most twice what has arrived, or 64 KiB, is reserved before the rest comes
  */
 typedef struct tpl_hook_record {
   int (*report_fn)(const char* format, ...) ZAL_PRINTF_LIKE(1, 2);

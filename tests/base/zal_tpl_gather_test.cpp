@@ -79,6 +79,31 @@ TEST_F(TplGather, DropsAStreamThatIsBrokenTooLongOrUnwanted) {
   EXPECT_EQ(hook_.takeReports(), "tpl exceeds max length 50\ntpl_mem_gather aborted by app callback\n");
 }
 
+TEST_F(TplGather, ReservesByWhatArrivesAndNotByWhatAHeaderClaims) {
+  static std::size_t reserved;
+  static int steps;
+  reserved = 0;
+  steps = 0;
+  static const tpl_hook_record counted = tpl_hook;
+  tpl_hook.alloc_fn = [](std::size_t size) { return counted.alloc_fn(reserved = size); };
+  tpl_hook.realloc_fn = [](void* block, std::size_t size) {
+    return ++steps, counted.realloc_fn(block, reserved = size);
+  };
+  const std::string block(4096, '\0');
+  const std::string claim = bytes("tpl\0\0\0\0\x7f\0");  // almost 2 GiB
+
+  ASSERT_EQ(feed(claim), 1);
+  for (std::size_t arrived = claim.size(); arrived < (std::size_t{4} << 20); arrived += block.size()) {
+    ASSERT_LE(reserved, 2 * arrived + (std::size_t{1} << 20));
+    ASSERT_EQ(feed(block), 1);
+  }
+
+  EXPECT_LE(steps, 12) << "1024 blocks are not copied again and again";
+  EXPECT_EQ(state_->length, 9 + 1024 * 4096);
+  tpl_hook.free_fn(std::exchange(state_->bytes, nullptr));
+  tpl_hook.free_fn(std::exchange(state_, nullptr));
+}
+
 /// A pipe whose writing end is ours.
 class TplGatherDescriptor : public TplGather {
  protected:

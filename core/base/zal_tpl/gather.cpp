@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <limits>
 
 namespace zal::tpl {
@@ -14,88 +15,161 @@ namespace {
 enum Result { kFailed = -1, kTooLong = -2, kBroken = -3, kAborted = -4, kEndOfFile = 0, kGathered = 1 };
 
 constexpr std::size_t kReadSize = 8192;
+constexpr std::size_t kFreelyReserved = 64 << 10;  // for an image of which little has arrived
 constexpr std::size_t kLongestPending = std::numeric_limits<std::int32_t>::max();  // tpl_gather_state.length
 
+/// A pending image as far as it has arrived. The caller keeps the address of the first member, and sees no more of it.
+struct PendingImage {
+  tpl_gather_state shown;
+  std::size_t size;      ///< shown.length once the call is over
+  std::size_t capacity;  ///< of shown.bytes
+  std::size_t wanted;    ///< the size of the image, or of the smallest one until its header is there
+};
+static_assert(std::is_standard_layout_v<PendingImage> && offsetof(PendingImage, shown) == 0);
+
 struct PendingFree {
-  void operator()(tpl_gather_state* state) const noexcept {
-    release(state->bytes);
-    release(state);
+  void operator()(PendingImage* pending) const noexcept {
+    release(pending->shown.bytes);
+    release(pending);
   }
 };
-using Pending = std::unique_ptr<tpl_gather_state, PendingFree>;
+using Pending = std::unique_ptr<PendingImage, PendingFree>;
+
+PendingImage* pendingOf(tpl_gather_state* state) noexcept {
+  return reinterpret_cast<PendingImage*>(state);
+}
+
+Pending takeFrom(tpl_gather_state** state) noexcept {
+  return Pending{pendingOf(std::exchange(*state, nullptr))};
+}
 
 int refuse(std::size_t limit) noexcept {
   tpl_hook.report_fn("tpl exceeds max length %d\n", static_cast<int>(limit));
   return kTooLong;
 }
 
-/// The header of an image that can be one: no image is shorter than the smallest.
-std::optional<ImageHeader> plausibleHeader(std::string_view bytes) noexcept {
+/// The length of the image that begins with these bytes; absent when none can: no image is shorter than the smallest.
+std::optional<std::uint32_t> imageLength(std::string_view bytes) noexcept {
   const auto header = readHeader(bytes);
-  return header && header->length >= kSmallestImage ? header : std::nullopt;
+  if (!header || header->length < kSmallestImage) return std::nullopt;
+  return header->length;
 }
 
-/// Hands over the whole images in front of `rest`, which keeps what follows them.
-int deliver(std::string_view& rest, GatherSink sink, const char* speaker) noexcept {
-  while (rest.size() > kHeaderSize) {
-    const auto header = plausibleHeader(rest);
-    if (!header) {
-      tpl_hook.report_fn("tpl prefix invalid\n");
-      return kBroken;
-    }
-    if (header->length > rest.size()) break;
-    if (sink.callback(const_cast<char*>(rest.data()), header->length, sink.data) < 0) {
-      tpl_hook.report_fn("%s aborted by app callback\n", speaker);
-      return kAborted;
-    }
-    rest.remove_prefix(header->length);
+int refuseBroken() noexcept {
+  tpl_hook.report_fn("tpl prefix invalid\n");
+  return kBroken;
+}
+
+/// Where the images of a block go, and who says so when the stream is ended there.
+struct Outlet {
+  GatherSink sink;
+  const char* speaker;
+
+  [[nodiscard]] int deliver(const void* image, std::size_t length) const noexcept {
+    if (sink.callback(const_cast<void*>(image), length, sink.data) >= 0) return kGathered;
+    tpl_hook.report_fn("%s aborted by app callback\n", speaker);
+    return kAborted;
+  }
+};
+
+/// Hands over the whole images in front of a block, which keeps what follows them.
+int deliverFrom(std::string_view& block, const Outlet& outlet) noexcept {
+  while (block.size() > kHeaderSize) {
+    const auto length = imageLength(block);
+    if (!length) return refuseBroken();
+    if (*length > block.size()) break;
+    if (const int result = outlet.deliver(block.data(), *length); result != kGathered) return result;
+    block.remove_prefix(*length);
   }
   return kGathered;
 }
 
-/// Appends a block to the pending bytes; absent when they would become too many.
-std::optional<std::string_view> join(tpl_gather_state& pending, std::string_view bytes) noexcept {
-  const auto held = static_cast<std::size_t>(pending.length);
-  const std::size_t limit =
-      tpl_hook.gather_limit != 0 ? tpl_hook.gather_limit : std::numeric_limits<std::size_t>::max();
-  if (held > limit || bytes.size() > limit - held) return std::nullopt;
-  void* joined = tpl_hook.realloc_fn(pending.bytes, held + bytes.size());
-  if (joined == nullptr) ZAL_TPL_FATAL("out of memory\n");
-  pending.bytes = joined;
-  if (!bytes.empty()) std::memcpy(static_cast<char*>(joined) + held, bytes.data(), bytes.size());
-  return std::string_view{static_cast<char*>(joined), held + bytes.size()};
+/// Makes room for `size` bytes. More than twice what has arrived is not reserved on the word of a header, so that
+/// growing costs little and lying gains little.
+void reserve(PendingImage& pending, std::size_t size) noexcept {
+  if (size <= pending.capacity) return;
+  const std::size_t twice = size > pending.wanted / 2 ? pending.wanted : size * 2;
+  pending.capacity = std::min(pending.wanted, std::max(kFreelyReserved, twice));
+  void*& bytes = pending.shown.bytes;
+  bytes = bytes == nullptr ? allocate(pending.capacity) : tpl_hook.realloc_fn(bytes, pending.capacity);
+  if (bytes == nullptr) ZAL_TPL_FATAL("out of memory\n");
 }
 
-/// Keeps `rest` for the next call: in the block it stands at the front of, or in a new one.
-Pending keep(Pending pending, std::string_view rest) noexcept {
-  if (!pending) pending.reset(make<tpl_gather_state>());
-  if (rest.data() != pending->bytes) {
-    char* copy = allocate(rest.size());
-    std::memcpy(copy, rest.data(), rest.size());
-    release(std::exchange(pending->bytes, copy));
+void append(PendingImage& pending, std::string_view bytes) noexcept {
+  reserve(pending, pending.size + bytes.size());
+  std::memcpy(static_cast<char*>(pending.shown.bytes) + pending.size, bytes.data(), bytes.size());
+  pending.size += bytes.size();
+}
+
+/// Makes ready for the next image. A large block is not kept for what may be a small one.
+void restart(PendingImage& pending) noexcept {
+  pending.size = 0;
+  pending.wanted = kSmallestImage;
+  if (pending.capacity <= kFreelyReserved) return;
+  pending.capacity = 0;
+  release(std::exchange(pending.shown.bytes, nullptr));
+}
+
+/// Goes on with a pending image: takes from the front of a block what belongs to it, and delivers it when it is whole.
+int complete(PendingImage& pending, std::string_view& block, const Outlet& outlet) noexcept {
+  while (block.size() >= pending.wanted - pending.size) {
+    const std::string_view missing = block.substr(0, pending.wanted - pending.size);
+    append(pending, missing);
+    block.remove_prefix(missing.size());
+    const auto length = imageLength({static_cast<const char*>(pending.shown.bytes), pending.size});
+    if (!length) return refuseBroken();
+    if (*length == pending.size) {
+      const int result = outlet.deliver(pending.shown.bytes, pending.size);
+      restart(pending);
+      return result;
+    }
+    pending.wanted = *length;
   }
-  pending->length = static_cast<std::int32_t>(rest.size());
-  return pending;
+  append(pending, std::exchange(block, {}));
+  return kGathered;
 }
 
-int gatherBlock(std::string_view bytes, tpl_gather_state** state, GatherSink sink, const char* speaker) noexcept {
-  Pending pending{std::exchange(*state, nullptr)};
-  std::string_view rest = bytes;
+bool exceedsLimit(std::size_t pending, std::size_t added) noexcept {
+  const std::size_t limit = tpl_hook.gather_limit;
+  return limit != 0 && (pending > limit || added > limit - pending);
+}
+
+/// Leaves what is pending to the caller until the next call.
+int keep(Pending pending, tpl_gather_state** state) noexcept {
+  if (pending->size > kLongestPending) return refuse(kLongestPending);
+  pending->shown.length = static_cast<std::int32_t>(pending->size);
+  *state = &pending.release()->shown;
+  return kGathered;
+}
+
+/// Keeps a block that neither completes the pending image nor makes it too long, and so changes nothing else.
+bool keepWhole(PendingImage* pending, std::string_view block) noexcept {
+  if (pending == nullptr || block.size() >= pending->wanted - pending->size) return false;
+  if (exceedsLimit(pending->size, block.size()) || block.size() > kLongestPending - pending->size) return false;
+  append(*pending, block);
+  pending->shown.length = static_cast<std::int32_t>(pending->size);
+  return true;
+}
+
+[[gnu::noinline]] int cutBlock(std::string_view block, tpl_gather_state** state, const Outlet& outlet) noexcept {
+  Pending pending = takeFrom(state);
   if (pending) {
-    const auto joined = join(*pending, bytes);
-    if (!joined) return refuse(tpl_hook.gather_limit);
-    rest = *joined;
+    if (exceedsLimit(pending->size, block.size())) return refuse(tpl_hook.gather_limit);
+    if (const int result = complete(*pending, block, outlet); result != kGathered) return result;
   }
-  const int result = deliver(rest, sink, speaker);
-  if (result != kGathered || rest.empty()) return result;
-  if (rest.size() > kLongestPending) return refuse(kLongestPending);
-  *state = keep(std::move(pending), rest).release();
-  return kGathered;
+  if (const int result = deliverFrom(block, outlet); result != kGathered) return result;
+  if (!block.empty()) {  // the front of the next image
+    if (!pending) {
+      pending.reset(make<PendingImage>());
+      restart(*pending);
+    }
+    static_cast<void>(complete(*pending, block, outlet));
+  }
+  return pending && pending->size != 0 ? keep(std::move(pending), state) : kGathered;
 }
 
-/// Ends a stream with what it still holds.
-void dropPending(tpl_gather_state** state) noexcept {
-  const Pending dropped{std::exchange(*state, nullptr)};
+int gatherBlock(std::string_view block, tpl_gather_state** state, GatherSink sink, const char* speaker) noexcept {
+  return keepWhole(pendingOf(*state), block) ? kGathered : cutBlock(block, state, {sink, speaker});
 }
 
 /// Fills `to`: kGathered when it is full, kEndOfFile when the stream ended before, kFailed (reported) otherwise.
@@ -134,14 +208,13 @@ int tpl_fd_gather(int descriptor, tpl_gather_state** state, GatherSink sink) noe
       const int result = gatherBlock({block, static_cast<std::size_t>(count)}, state, sink, "tpl_fd_gather");
       if (result != kGathered) return result;
     } else if (count == 0) {
-      if (*state != nullptr) tpl_hook.report_fn("tpl_gather: partial tpl image precedes EOF\n");
-      dropPending(state);
+      if (takeFrom(state)) tpl_hook.report_fn("tpl_gather: partial tpl image precedes EOF\n");
       return kEndOfFile;
     } else if (errno == EAGAIN) {
       return kGathered;  // what there is has been read
     } else if (errno != EINTR) {
       tpl_hook.report_fn("tpl_gather failed: %s\n", systemError());
-      dropPending(state);
+      takeFrom(state).reset();
       return kFailed;
     }
   }
@@ -150,18 +223,18 @@ int tpl_fd_gather(int descriptor, tpl_gather_state** state, GatherSink sink) noe
 int tpl_gather_fd_blocking(int descriptor, void** image, std::size_t* size) noexcept {
   char front[kHeaderSize];
   if (const int result = readExactly(descriptor, front, sizeof front); result != kGathered) return result;
-  const auto header = plausibleHeader({front, sizeof front});
-  if (!header) {
+  const auto length = imageLength({front, sizeof front});
+  if (!length) {
     tpl_hook.report_fn("tpl_gather_fd_blocking: non-tpl input\n");
     return kFailed;
   }
-  if (tpl_hook.gather_limit != 0 && header->length > tpl_hook.gather_limit) return refuse(tpl_hook.gather_limit);
-  HookPtr<char> block{allocate(header->length)};
+  if (tpl_hook.gather_limit != 0 && *length > tpl_hook.gather_limit) return refuse(tpl_hook.gather_limit);
+  HookPtr<char> block{allocate(*length)};
   std::memcpy(block.get(), front, sizeof front);
-  const int result = readExactly(descriptor, block.get() + sizeof front, header->length - sizeof front);
+  const int result = readExactly(descriptor, block.get() + sizeof front, *length - sizeof front);
   if (result != kGathered) return result;
   *image = block.release();
-  *size = header->length;
+  *size = *length;
   return kGathered;
 }
 
