@@ -14,7 +14,7 @@ int main(int argc, char** argv) {
   const std::map<std::string, Suite> suites = {
       {"starts", bench::measureStarts},       {"requests", bench::measureRequests}, {"events", bench::measureEvents},
       {"documents", bench::measureDocuments}, {"base64", bench::measureBase64},     {"log", bench::measureLog},
-      {"answers", bench::measureAnswers},
+      {"answers", bench::measureAnswers},     {"gather", bench::measureGather},     {"records", bench::measureRecords},
   };
 
   bench::Settings settings;
