@@ -65,22 +65,18 @@ class Identifier {
   static constexpr std::size_t kSize = 2048;
 
   Identifier(std::string_view path, const char* rest) noexcept {
-    append(path);
+    text_.append(path);
     if (rest == nullptr) return;
-    if (length_ != 0) append("/");
-    append(rest);
+    if (text_.length() != 0) text_.append("/");
+    text_.append(rest);
   }
 
-  [[nodiscard]] const char* text() const noexcept { return text_; }
+  [[nodiscard]] const char* text() const noexcept { return text_.text(); }
+  /// A terminator follows it.
+  [[nodiscard]] std::string_view view() const noexcept { return text_.view(); }
 
  private:
-  void append(std::string_view part) noexcept {
-    copyCut(text_ + length_, part, kSize - length_);
-    length_ += std::strlen(text_ + length_);
-  }
-
-  char text_[kSize];
-  std::size_t length_ = 0;
+  CutText<kSize> text_;
 };
 
 }  // namespace zal

@@ -115,7 +115,7 @@ bool passesFilter(Handle& handle, const char* key, Strictness strictness) noexce
   const Filter* filter = filterOf(handle);
   if (filter == nullptr || filter->passesEverything()) return filter != nullptr;
   const char* path = pathOf(handle);
-  return path != nullptr && filter->passes(Identifier{path, key}.text(), strictness);
+  return path != nullptr && filter->passes(Identifier{path, key}.view(), strictness);
 }
 
 }  // namespace zal::object

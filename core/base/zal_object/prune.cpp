@@ -65,7 +65,7 @@ bool fails(const Filter& filter, const cJSON& top, const cJSON& node, const Memb
   if (node.string != nullptr) {
     const Identifier identifier{top.string == nullptr ? "" : top.string, &node == &top ? nullptr : path.text()};
     const bool isLoose = isContainer(node) || cJSON_IsString(&node);
-    if (!filter.passes(identifier.text(), isLoose ? Strictness::kLoose : Strictness::kStrict)) return true;
+    if (!filter.passes(identifier.view(), isLoose ? Strictness::kLoose : Strictness::kStrict)) return true;
   }
   return isContainer(node) && node.child == nullptr;
 }
