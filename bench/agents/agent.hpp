@@ -36,6 +36,8 @@ const std::vector<Peer>& peers();
 
 std::unique_ptr<Agent> listenPlain(const std::string& path);
 std::unique_ptr<Agent> listenZal(const std::string& path);
+/// One that asks for `status` by Kind::kStatus.
+std::unique_ptr<Agent> listenZalAskingFor(const std::string& status, const std::string& path);
 std::unique_ptr<Agent> listenSdBus(const std::string& path);
 std::unique_ptr<Agent> listenZeroMq(const std::string& path);
 std::unique_ptr<Agent> listenNng(const std::string& path);

@@ -2,6 +2,7 @@
 #include <cstdint>
 #include <cstring>
 #include <stdexcept>
+#include <utility>
 
 #include "agents/agent.hpp"
 #include "support/socket.hpp"
@@ -71,7 +72,7 @@ struct Record {
 
 class ZalAgent : public Agent {
  public:
-  explicit ZalAgent(const std::string& path) : listener_{listenAt(path)} {}
+  ZalAgent(std::string status, const std::string& path) : status_{std::move(status)}, listener_{listenAt(path)} {}
 
   void meet() override {
     constexpr std::size_t kMethods = 3;
@@ -82,10 +83,11 @@ class ZalAgent : public Agent {
   }
 
   void send(Kind kind, std::string_view request) override {
-    const char* name = kind == Kind::kStatus     ? "system/cpu?include=load"
-                       : kind == Kind::kDocument ? "document"
-                                                 : "events";
-    write(kRequest, "telemetry", name, request);
+    write(kRequest, "telemetry",
+          kind == Kind::kStatus     ? status_
+          : kind == Kind::kDocument ? "document"
+                                    : "events",
+          request);
   }
 
   std::string_view receive() override {
@@ -144,6 +146,7 @@ class ZalAgent : public Agent {
     return countOf(image);
   }
 
+  std::string status_;
   Descriptor listener_;
   Descriptor socket_;
   Inbox inbox_;
@@ -158,7 +161,11 @@ std::unique_ptr<Agent> listenPlain(const std::string& path) {
 }
 
 std::unique_ptr<Agent> listenZal(const std::string& path) {
-  return std::make_unique<ZalAgent>(path);
+  return listenZalAskingFor("system/cpu?include=load", path);
+}
+
+std::unique_ptr<Agent> listenZalAskingFor(const std::string& status, const std::string& path) {
+  return std::make_unique<ZalAgent>(status, path);
 }
 
 }  // namespace bench
