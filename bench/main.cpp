@@ -12,11 +12,12 @@
 int main(int argc, char** argv) {
   using Suite = void (*)(const bench::Settings&, bench::Report&);
   const std::map<std::string, Suite> suites = {
-      {"starts", bench::measureStarts}, {"requests", bench::measureRequests},
-      {"events", bench::measureEvents}, {"documents", bench::measureDocuments},
-      {"base64", bench::measureBase64}, {"filters", bench::measureFilters},
-      {"log", bench::measureLog},       {"answers", bench::measureAnswers},
-      {"gather", bench::measureGather}, {"records", bench::measureRecords},
+      {"starts", bench::measureStarts},   {"requests", bench::measureRequests},
+      {"events", bench::measureEvents},   {"documents", bench::measureDocuments},
+      {"base64", bench::measureBase64},   {"processes", bench::measureProcesses},
+      {"filters", bench::measureFilters}, {"log", bench::measureLog},
+      {"answers", bench::measureAnswers}, {"gather", bench::measureGather},
+      {"records", bench::measureRecords},
   };
 
   bench::Settings settings;

@@ -16,6 +16,7 @@ struct Settings {
 void measureStarts(const Settings& settings, Report& report);
 void measureLog(const Settings& settings, Report& report);
 void measureFilters(const Settings& settings, Report& report);
+void measureProcesses(const Settings& settings, Report& report);
 void measureAnswers(const Settings& settings, Report& report);
 void measureBase64(const Settings& settings, Report& report);
 void measureGather(const Settings& settings, Report& report);
