@@ -170,9 +170,7 @@ void onMessage(void* data, uint32_t size, void* client, void* /*source*/) noexce
 
 void clientWork(uv_work_t* request) noexcept {
   if (request == nullptr || request->data == nullptr) return;
-  auto* const item = static_cast<ZAL_ClientWorkItem>(request->data);
-  ZAL_EventLoopContext const loop = item->client->loop;
-  if (zal::work(zal::WorkItemPtr{item})) ZAL_EventLoop_AsyncSend(loop);
+  zal::work(zal::WorkItemPtr{static_cast<ZAL_ClientWorkItem>(request->data)});
 }
 
 void handleClientRequest(ZAL_ClientWorkItem item) noexcept {

@@ -20,8 +20,4 @@ namespace zal {
 /// True on the thread that runs the loop right now, or tears it down. Any thread; false for null.
 [[nodiscard]] bool isLoopThread(const ZAL_EventLoopContext_* loop) noexcept;
 
-/// ZAL_EventLoop_AsyncSend for a job of this loop that ends right after it: its end wakes the loop in any case, so that
-/// one wake-up does for both. Worker thread.
-void sendAsyncWithJobEnd(ZAL_EventLoopContext_* loop) noexcept;
-
 }  // namespace zal

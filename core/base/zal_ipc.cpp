@@ -1,7 +1,5 @@
 // The exported functions of the transport. Each checks its arguments and says what the log has to say; the work is done
 // in the rooms that zal_ipc/ipc.hpp introduces.
-#include "base/zal_ipc.hpp"
-
 #include <zal/zal_ipc.h>
 #include <zal/zal_runtime.h>
 
@@ -159,28 +157,32 @@ Queued queueToServer(ZAL_IpcHandle_& ipc, CPtr<void> buffer, std::uint32_t lengt
   return zal::ipc::appendWriteLocked(ipc, ipc.connectedStream, std::move(buffer), length);
 }
 
-}  // namespace
-
-bool zal::queueClientWrite(ZAL_IpcHandle_& ipc, CPtr<void> buffer, std::uint32_t length) noexcept {
-  return queueToServer(ipc, std::move(buffer), length) == Queued::kFirst;
+Queued queueToClient(ZAL_IpcHandle_& ipc, ZAL_IpcClientContext client, CPtr<void> buffer,
+                     std::uint32_t length) noexcept {
+  const LockGuard hold{ipc.lock};
+  uv_stream_t* const stream = zal::ipc::writableStreamLocked(ipc, client);
+  return stream == nullptr ? Queued::kNot : zal::ipc::appendWriteLocked(ipc, stream, std::move(buffer), length);
 }
+
+/// Without the lock, for which the loop thread would have to wait as soon as it is awake.
+void wakeFor(Queued queued, const ZAL_IpcHandle_& ipc) noexcept {
+  if (queued == Queued::kFirst) ZAL_EventLoop_AsyncSend(ipc.eventLoop);
+}
+
+}  // namespace
 
 int ZAL_IPC_ClientWrite(ZAL_IpcHandle ipc, void* buffer, uint32_t length) noexcept {
   CPtr<void> owned{buffer};
   if (ipc == nullptr || !owned || length == 0) return kFailure;
   const Queued queued = queueToServer(*ipc, std::move(owned), length);
-  if (queued == Queued::kFirst) ZAL_EventLoop_AsyncSend(ipc->eventLoop);
+  wakeFor(queued, *ipc);
   return queued != Queued::kNot ? kSuccess : kFailure;
 }
 
 void ZAL_IPC_ServerWrite(ZAL_IpcHandle ipc, ZAL_IpcClientContext client, void* buffer, uint32_t length) noexcept {
   CPtr<void> owned{buffer};
   if (ipc == nullptr || !owned || length == 0) return;
-  const LockGuard hold{ipc->lock};
-  uv_stream_t* const stream = zal::ipc::writableStreamLocked(*ipc, client);
-  if (stream == nullptr) return;
-  if (zal::ipc::appendWriteLocked(*ipc, stream, std::move(owned), length) == Queued::kFirst)
-    ZAL_EventLoop_AsyncSend(ipc->eventLoop);
+  wakeFor(queueToClient(*ipc, client, std::move(owned), length), *ipc);
 }
 
 void ZAL_IPC_CloseClient(ZAL_IpcClientContext client) noexcept {

@@ -21,6 +21,7 @@
 #include <optional>
 #include <span>
 
+#include "base/zal_client/work_queue.hpp"
 #include "base/zal_ipccommand.hpp"
 #include "support/lock.hpp"
 
@@ -155,31 +156,6 @@ class JobCounter {
   bool closed_ ZAL_GUARDED_BY(mutex_) = false;
 };
 
-/// The commands of one client that wait for a worker. A worker takes one after the other, so that a burst of requests
-/// costs few wake-ups; while there are commands that nobody takes, another is started. Any thread.
-class WorkQueue {
- public:
-  WorkQueue() = default;
-  WorkQueue(const WorkQueue&) = delete;
-  WorkQueue& operator=(const WorkQueue&) = delete;
-
-  [[nodiscard]] bool valid() const noexcept { return mutex_.valid(); }
-  /// Adds an item. True when the caller is to start a worker, which is counted already.
-  [[nodiscard]] bool push(std::unique_ptr<ZAL_ClientWorkItem_> item) noexcept;
-  /// The next item. Null when there is none: the worker that asks is counted out.
-  [[nodiscard]] std::unique_ptr<ZAL_ClientWorkItem_> pop() noexcept;
-  /// Counts out a worker that could not be started; when there is no other, the items are freed.
-  void giveUpWorker() noexcept;
-
- private:
-  [[nodiscard]] std::unique_ptr<ZAL_ClientWorkItem_> popLocked() noexcept ZAL_REQUIRES(mutex_);
-
-  Mutex mutex_;
-  ZAL_ClientWorkItem_* head_ ZAL_GUARDED_BY(mutex_) = nullptr;
-  ZAL_ClientWorkItem_* tail_ ZAL_GUARDED_BY(mutex_) = nullptr;
-  std::size_t workers_ ZAL_GUARDED_BY(mutex_) = 0;
-};
-
 inline constexpr std::uint8_t kStarted = 1;    // bit 0 of the client's flags
 inline constexpr std::uint8_t kConnected = 2;  // bit 1
 
@@ -237,8 +213,6 @@ struct ZAL_ClientWorkItem_ {
 
 namespace zal {
 
-using WorkItemPtr = std::unique_ptr<ZAL_ClientWorkItem_>;
-
 // jobs.cpp
 
 /// Queues `work` for a worker thread, with `data` as its request's data. Any thread.
@@ -263,8 +237,6 @@ void forsakeContents(ZAL_ClientHandle_& client) noexcept;
 void writeList(ZAL_ClientHandle_& client, ZAL_IpcCommandList list) noexcept;
 /// The same for records that are borrowed, in the order in which they stand in the image. Any thread.
 void writeCommands(ZAL_ClientHandle_& client, std::span<const CommandView> commands) noexcept;
-/// The same, but when true is returned, the caller is to wake the loop. Any thread.
-[[nodiscard]] bool queueCommands(ZAL_ClientHandle_& client, std::span<const CommandView> commands) noexcept;
 
 // services.cpp
 
@@ -319,9 +291,8 @@ void postProfileChanged(ZAL_ClientHandle_& client, const char* service) noexcept
 
 /// Hands every record of an image to whom it concerns. Loop thread.
 void dispatchImage(ZAL_ClientHandle_& client, const void* image, std::uint32_t size) noexcept;
-/// Does what a command asks for. When true is returned, the caller is to wake the loop, for the answer to leave. Worker
-/// thread.
-[[nodiscard]] bool work(WorkItemPtr item) noexcept;
+/// Does what a command asks for. Worker thread.
+void work(WorkItemPtr item) noexcept;
 
 // gateway.cpp
 

@@ -5,7 +5,6 @@
 
 #include "base/zal_client/client.hpp"
 #include "base/zal_eventloop.hpp"
-#include "base/zal_ipc.hpp"
 #include "support/log.hpp"
 
 namespace zal {
@@ -179,11 +178,6 @@ void writeList(ZAL_ClientHandle_& client, ZAL_IpcCommandList list) noexcept {
 
 void writeCommands(ZAL_ClientHandle_& client, std::span<const CommandView> commands) noexcept {
   writeImage(client, encode(commands));
-}
-
-bool queueCommands(ZAL_ClientHandle_& client, std::span<const CommandView> commands) noexcept {
-  Image image = encode(commands);
-  return image.size != 0 && queueClientWrite(*client.ipc, std::move(image.bytes), image.size);
 }
 
 }  // namespace zal

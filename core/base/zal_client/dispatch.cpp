@@ -137,19 +137,19 @@ bool callMethod(Call& call, const Method& method, ZAL_UriParserHandle uri) noexc
   return true;
 }
 
-/// Queues the response of a call, addressed as the request was; true when the loop is to be woken.
-bool reply(const Call& call) noexcept {
+/// Writes the response of a call, addressed as the request was.
+void reply(const Call& call) noexcept {
   const CPtr<char> text{ZAL_Message_DumpOutput(call.response.get())};
   CommandView reply = viewOf(*call.item.command);
   reply.code = ZAL_IPC_CMD_RESPONSE;
   reply.optionalParam = {};
   reply.payload = viewOf(text);
   reply.requestId = call.item.requestId;
-  return queueCommands(*call.item.client, {&reply, 1});
+  writeCommands(*call.item.client, {&reply, 1});
 }
 
-/// Calls the method that a request names and queues the answer; true when the loop is to be woken.
-bool answerRequest(ZAL_ClientWorkItem_& item) noexcept {
+/// Calls the method that a request names and writes the answer.
+void answerRequest(ZAL_ClientWorkItem_& item) noexcept {
   constexpr const char* kFunction = "clientWork";
   const ZAL_IpcCommand& command = *item.command;
   ZAL_LOG_AS(ZAL_LOG_DEBUG, kFunction, "%d REQUEST service:%s name:%s uid:%s \n", command.code, command.service,
@@ -157,7 +157,7 @@ bool answerRequest(ZAL_ClientWorkItem_& item) noexcept {
   const UriPtr uri{ZAL_UriParser_Create(command.name)};
   if (!uri) {
     ZAL_LOG_AS(ZAL_LOG_ERROR, kFunction, "Invalid command name %s\n", command.name);
-    return false;
+    return;
   }
   char methodName[kMethodNameSize];
   ZAL_UriParser_GetRootName(uri.get(), methodName, sizeof methodName);
@@ -166,7 +166,7 @@ bool answerRequest(ZAL_ClientWorkItem_& item) noexcept {
     Call call{.item = item, .methodName = methodName};
     if (call.request && call.response && callMethod(call, *method, uri.get())) return reply(call);
   }
-  return queueCommands(*item.client, {});  // an image without records: the answer to an unknown method
+  writeCommands(*item.client, {});  // an image without records: the answer to an unknown method
 }
 
 }  // namespace
@@ -184,16 +184,14 @@ void dispatchImage(ZAL_ClientHandle_& client, const void* image, std::uint32_t s
   while (CommandPtr command{ZAL_IpcCommand_Remove(list.get())}) handleCommand(client, std::move(command));
 }
 
-bool work(WorkItemPtr item) noexcept {
+void work(WorkItemPtr item) noexcept {
   switch (item->command->code) {
     case ZAL_IPC_CMD_GATEWAY_REQUEST:
-      sendGatewayRequest(*item);
-      return false;
+      return sendGatewayRequest(*item);
     case ZAL_IPC_CMD_GATEWAY_RESPONSE:
-      deliverGatewayResponse(*item);
-      return false;
+      return deliverGatewayResponse(*item);
     default:
-      return answerRequest(*item);
+      answerRequest(*item);
   }
 }
 

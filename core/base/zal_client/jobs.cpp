@@ -1,14 +1,10 @@
 // Jobs: how the client's work reaches the worker threads, and how teardown knows that the last of it has ended.
 #include <zal/zal_client.h>
 
-#include <algorithm>
-#include <cstdlib>
 #include <utility>
 
 #include "base/zal_client/client.hpp"
-#include "base/zal_eventloop.hpp"
 #include "support/log.hpp"
-#include "support/number.hpp"
 
 namespace zal {
 
@@ -32,62 +28,18 @@ void runJob(uv_work_t* request) noexcept {
   job.client->jobs.end();
 }
 
-/// How many workers there can be at a time, as libuv reads it.
-std::size_t readPoolSize() noexcept {
-  constexpr int kDefault = 4;
-  constexpr int kMost = 1024;
-  const char* const wish = std::getenv("UV_THREADPOOL_SIZE");
-  return static_cast<std::size_t>(wish == nullptr ? kDefault : std::clamp(readInt32(wish), 1, kMost));
-}
-
-/// Worker thread: does what there is to do. After a while other jobs of the pool get their turn. The last answer needs
-/// no wake-up of its own, since the end of the job is one.
+/// Worker thread: does what there is to do. After a while other jobs of the pool get their turn.
 void runWorker(uv_work_t* request) noexcept {
   constexpr int kItemsInARow = 64;
   auto& client = *static_cast<ZAL_ClientHandle_*>(request->data);
-  bool owesWake = false;
-  for (int done = 0;; ++done) {
-    if (done >= kItemsInARow && postJob(client, runWorker, &client)) break;
-    WorkItemPtr item = client.work.pop();
-    if (!item) break;
-    if (owesWake) ZAL_EventLoop_AsyncSend(client.loop);
-    owesWake = work(std::move(item));
+  for (int done = 0; done < kItemsInARow || !postJob(client, runWorker, &client); ++done) {
+    WorkItemPtr item = client.work.next();
+    if (!item) return;
+    work(std::move(item));
   }
-  if (owesWake) sendAsyncWithJobEnd(client.loop);
 }
 
 }  // namespace
-
-WorkItemPtr WorkQueue::popLocked() noexcept {
-  WorkItemPtr item{head_};
-  if (item) head_ = std::exchange(item->next, nullptr);
-  return item;
-}
-
-bool WorkQueue::push(WorkItemPtr item) noexcept {
-  const LockGuard hold{mutex_};
-  ZAL_ClientWorkItem_* const added = item.release();
-  (head_ == nullptr ? head_ : tail_->next) = added;
-  tail_ = added;
-  static const std::size_t mostWorkers = readPoolSize();
-  if (workers_ >= mostWorkers) return false;
-  ++workers_;
-  return true;
-}
-
-WorkItemPtr WorkQueue::pop() noexcept {
-  const LockGuard hold{mutex_};
-  WorkItemPtr item = popLocked();
-  if (!item) --workers_;
-  return item;
-}
-
-void WorkQueue::giveUpWorker() noexcept {
-  const LockGuard hold{mutex_};
-  if (--workers_ > 0) return;
-  while (popLocked()) {
-  }
-}
 
 bool JobCounter::begin() noexcept {
   const LockGuard hold{mutex_};

@@ -66,12 +66,10 @@ struct ZAL_EventLoopContext_ {
   uv_thread_t thread ZAL_GUARDED_BY(lifeLock) = 0;
   uv_async_t commandAsync{};
   uv_async_t userAsync{};
-  uv_async_cb userAsyncCallback = nullptr;
   uv_idle_t idle{};
   std::uint8_t isDefault = 0;
   int refCount ZAL_GUARDED_BY(queueLock) = 0;
   std::atomic<std::uint8_t> flags{0};
-  std::atomic<bool> isAsyncOwed{false};  ///< the user async is to be called when the next job has ended
   zal::Mutex queueLock;
   zal::eventloop::Command* queueHead ZAL_GUARDED_BY(queueLock) = nullptr;
   zal::eventloop::Command* queueTail ZAL_GUARDED_BY(queueLock) = nullptr;

@@ -70,7 +70,6 @@ void requestStop(Loop& loop, CommandType type, uv_handle_t* handle, const char* 
 void installAsync(Loop& loop, uv_async_cb callback, void* context) noexcept {
   if (hasFlag(loop, kUserAsyncInstalled)) return;
   loop.userAsync.data = context;
-  loop.userAsyncCallback = callback;
   if (const int result = uv_async_init(loop.loop, &loop.userAsync, callback); result != 0) {
     ZAL_LOG_AS(ZAL_LOG_ERROR, "ZAL_EventLoop_AsyncInit", "Unable to install the async: %s\n", uv_strerror(result));
     return;

@@ -2,13 +2,10 @@
 #include <pthread.h>
 
 #include <atomic>
-#include <cstddef>
 #include <cstdlib>
 #include <optional>
-#include <type_traits>
 #include <utility>
 
-#include "base/zal_eventloop.hpp"
 #include "base/zal_eventloop/eventloop.hpp"
 #include "base/zal_eventloop/sigpipe.hpp"
 #include "support/log.hpp"
@@ -17,27 +14,12 @@
 namespace zal::eventloop {
 namespace {
 
-/// A request with the loop that it was queued at.
-struct Job {
-  uv_work_t request;  // first, so that libuv's pointer to it is a pointer to the whole
-  Loop* loop;
-};
-static_assert(std::is_standard_layout_v<Job> && offsetof(Job, request) == 0);
-
 /// Whether libuv's pool is known to be up. A forked child starts a pool of its own.
 std::atomic<bool> isPoolUp{false};
 
 void watchForForks() noexcept {
   static const int result = pthread_atfork(nullptr, nullptr, [] { isPoolUp.store(false, std::memory_order_relaxed); });
   static_cast<void>(result);  // without memory for it a child's pool is started with the signal blocked
-}
-
-/// Loop thread.
-void onJobDone(uv_work_t* request, int status) noexcept {
-  Loop& loop = *reinterpret_cast<Job*>(request)->loop;
-  uvAfterWork(request, status);
-  if (!loop.isAsyncOwed.exchange(false) || uv_is_closing(asHandle(&loop.userAsync)) != 0) return;
-  loop.userAsyncCallback(&loop.userAsync);
 }
 
 }  // namespace
@@ -48,23 +30,22 @@ int submitWork(Loop& loop, uv_work_t* request, uv_work_cb callback) noexcept {
     watchForForks();
     lift.emplace();
   }
-  const int result = uv_queue_work(loop.loop, request, callback, onJobDone);
+  const int result = uv_queue_work(loop.loop, request, callback, uvAfterWork);
   if (lift && result == 0) isPoolUp.store(true, std::memory_order_relaxed);
   return result;
 }
 
 int queueWork(Loop& loop, uv_work_cb callback, void* data) noexcept {
   constexpr char kCaller[] = "ZAL_EventLoop_Work";
-  CPtr<Job> job{static_cast<Job*>(std::calloc(1, sizeof(Job)))};
-  if (!job) {
+  CPtr<uv_work_t> request{static_cast<uv_work_t*>(std::calloc(1, sizeof(uv_work_t)))};
+  if (!request) {
     ZAL_LOG_AS(ZAL_LOG_ERROR, kCaller, "Unable to allocate memory for a worker job\n");
     return UV_ENOMEM;
   }
-  job->request.data = data;
-  job->loop = &loop;
+  request->data = data;
   const auto submit = [&] {
-    const int result = submitWork(loop, &job->request, callback);
-    if (result == 0) static_cast<void>(job.release());  // onJobDone frees it
+    const int result = submitWork(loop, request.get(), callback);
+    if (result == 0) static_cast<void>(request.release());  // uvAfterWork frees it
     return result;
   };
   if (isLoopThread(&loop)) return submit();
@@ -73,14 +54,10 @@ int queueWork(Loop& loop, uv_work_cb callback, void* data) noexcept {
   if (loop.phase.load() == Phase::kResting) return submit();
   CommandPtr command = makeCommand(ZAL_EVENTLOOP_CMD_WORK, nullptr, kCaller);
   if (!command) return UV_ENOMEM;
-  command->work = &job.release()->request;
+  command->work = request.release();
   command->workCallback = callback;
   appendLocked(loop, std::move(command));
   return 0;
 }
 
 }  // namespace zal::eventloop
-
-void zal::sendAsyncWithJobEnd(ZAL_EventLoopContext loop) noexcept {
-  if (eventloop::hasFlag(*loop, eventloop::kUserAsyncInstalled)) loop->isAsyncOwed.store(true);
-}

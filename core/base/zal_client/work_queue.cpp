@@ -1,0 +1,112 @@
+// The work queue; what it is for stands in the header.
+#include "base/zal_client/work_queue.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <ctime>
+#include <utility>
+
+#include "base/zal_client/client.hpp"
+#include "support/number.hpp"
+
+namespace zal {
+
+namespace {
+
+/// How many workers there can be at a time, as libuv reads it.
+std::size_t readPoolSize() noexcept {
+  constexpr int kDefault = 4;
+  constexpr int kMost = 1024;
+  const char* const wish = std::getenv("UV_THREADPOOL_SIZE");
+  return static_cast<std::size_t>(wish == nullptr ? kDefault : std::clamp(readInt32(wish), 1, kMost));
+}
+
+std::size_t poolSize() noexcept {
+  static const std::size_t size = readPoolSize();
+  return size;
+}
+
+/// Short enough for other jobs that wait for the pool, and long against the way to the agent and back.
+timespec endOfLingering() noexcept {
+  constexpr long kMomentNs = 500'000;
+  constexpr long kSecondNs = 1'000'000'000;
+  timespec end{};
+  clock_gettime(CLOCK_MONOTONIC, &end);
+  end.tv_nsec += kMomentNs;
+  if (end.tv_nsec >= kSecondNs) {
+    end.tv_nsec -= kSecondNs;
+    ++end.tv_sec;
+  }
+  return end;
+}
+
+}  // namespace
+
+void WorkItemDelete::operator()(ZAL_ClientWorkItem_* item) const noexcept {
+  delete item;
+}
+
+bool WorkQueue::push(WorkItemPtr item) noexcept {
+  {
+    const LockGuard hold{mutex_};
+    ZAL_ClientWorkItem_* const added = item.release();
+    (head_ == nullptr ? head_ : tail_->next) = added;
+    tail_ = added;
+    if (!std::exchange(isLingering_, false)) {
+      const bool startsWorker = workers_ < poolSize();
+      if (startsWorker) ++workers_;
+      return startsWorker;
+    }
+  }
+  sem_post(&call_);  // without the lock, for which the worker would have to wait as soon as it is awake
+  return false;
+}
+
+WorkItemPtr WorkQueue::next() noexcept {
+  {
+    const LockGuard hold{mutex_};
+    if (head_ != nullptr) return popLocked();
+    if (isLingering_ || poolSize() == 1) {  // a pool of one has other jobs to do
+      --workers_;
+      return nullptr;
+    }
+    isLingering_ = true;
+  }
+  linger();
+  const LockGuard hold{mutex_};
+  WorkItemPtr item = popLocked();  // another worker may have been faster
+  if (!item) --workers_;
+  return item;
+}
+
+void WorkQueue::giveUpWorker() noexcept {
+  const LockGuard hold{mutex_};
+  if (--workers_ > 0) return;
+  while (popLocked()) {
+  }
+}
+
+WorkItemPtr WorkQueue::popLocked() noexcept {
+  WorkItemPtr item{head_};
+  if (item) head_ = std::exchange(item->next, nullptr);
+  return item;
+}
+
+void WorkQueue::linger() noexcept {
+  const timespec end = endOfLingering();
+  int result = 0;
+  do {
+    result = sem_clockwait(&call_, CLOCK_MONOTONIC, &end);
+  } while (result != 0 && errno == EINTR);
+  if (result == 0) return;
+
+  const bool isCalled = [&] {
+    const LockGuard hold{mutex_};
+    return !std::exchange(isLingering_, false);
+  }();
+  while (isCalled && sem_wait(&call_) != 0) {  // the call came with the end, and is on its way
+  }
+}
+
+}  // namespace zal
