@@ -17,7 +17,7 @@ int main(int argc, char** argv) {
       {"base64", bench::measureBase64},   {"processes", bench::measureProcesses},
       {"filters", bench::measureFilters}, {"log", bench::measureLog},
       {"answers", bench::measureAnswers}, {"gather", bench::measureGather},
-      {"records", bench::measureRecords},
+      {"records", bench::measureRecords}, {"growth", bench::measureGrowth},
   };
 
   bench::Settings settings;

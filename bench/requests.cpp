@@ -1,10 +1,6 @@
 // Requests, events, documents and starts: two processes at a socket, the agent here, the client a child.
-#include <stdlib.h>
-
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
-#include <filesystem>
 #include <memory>
 #include <stdexcept>
 #include <vector>
@@ -12,35 +8,12 @@
 #include "agents/agent.hpp"
 #include "suites.hpp"
 #include "support/process.hpp"
+#include "support/temp_directory.hpp"
+#include "support/timing.hpp"
 
 namespace bench {
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
-
-double secondsSince(Clock::time_point start) {
-  return std::chrono::duration<double>(Clock::now() - start).count();
-}
-
-/// A directory of its own for the sockets.
-class SocketDirectory {
- public:
-  SocketDirectory() {
-    char name[] = "/tmp/zal-bench-XXXXXX";
-    if (mkdtemp(name) == nullptr) throw std::runtime_error{"mkdtemp"};
-    path_ = name;
-  }
-  ~SocketDirectory() { std::filesystem::remove_all(path_); }
-  SocketDirectory(const SocketDirectory&) = delete;
-  SocketDirectory& operator=(const SocketDirectory&) = delete;
-
-  [[nodiscard]] std::string next() { return path_ + "/" + std::to_string(++count_); }
-
- private:
-  std::string path_;
-  int count_ = 0;
-};
 
 void checkStatus(std::string_view answer) {
   if (answer.find(kStatusData) == std::string_view::npos)
@@ -50,7 +23,7 @@ void checkStatus(std::string_view answer) {
 /// An agent and its client, which has answered its first request.
 class Session {
  public:
-  Session(const Peer& peer, const Settings& settings, SocketDirectory& sockets)
+  Session(const Peer& peer, const Settings& settings, TempDirectory& sockets)
       : name{peer.name},
         path_{sockets.next()},
         agent{peer.listen(path_)},
@@ -82,18 +55,6 @@ class Session {
   Process client;
   double secondsToFirstAnswer = 0;
 };
-
-/// The median time of a request while no other is under way, in microseconds.
-double latency(Session& session, int count) {
-  std::vector<double> times;
-  for (int i = 0; i < count; ++i) {
-    const auto start = Clock::now();
-    session.roundTrip();
-    times.push_back(secondsSince(start) * 1e6);
-  }
-  std::nth_element(times.begin(), times.begin() + count / 2, times.end());
-  return times[static_cast<std::size_t>(count) / 2];
-}
 
 /// Sends `count` requests, so that `inFlight` of them are under way, and checks the answers.
 template <class Check>
@@ -157,14 +118,14 @@ class Sessions {
 
  private:
   const Settings& settings_;
-  SocketDirectory sockets_;
+  TempDirectory sockets_;
   std::vector<std::unique_ptr<Session>> all_;
 };
 
 }  // namespace
 
 void measureStarts(const Settings& settings, Report& report) {
-  SocketDirectory sockets;
+  TempDirectory sockets;
   std::vector<Candidate> starts;
   for (const Peer& peer : peers())
     starts.push_back({peer.name, [&] { return Session{peer, settings, sockets}.secondsToFirstAnswer * 1e3; }});
@@ -173,8 +134,9 @@ void measureStarts(const Settings& settings, Report& report) {
 
 void measureRequests(const Settings& settings, Report& report) {
   Sessions sessions{settings};
-  report.add({"request latency, one in flight", "us", settings.rounds},
-             sessions.candidates([&](Session& session) { return latency(session, sessions.times(3000)); }));
+  report.add({"request latency, one in flight", "us", settings.rounds}, sessions.candidates([&](Session& session) {
+    return medianMicroseconds(sessions.times(3000), [&] { session.roundTrip(); });
+  }));
 
   std::map<std::string, std::vector<double>> cpu;
   report.add({"requests, 64 in flight", "1/s", settings.rounds}, sessions.candidates([&](Session& session) {

@@ -21,6 +21,7 @@ void measureAnswers(const Settings& settings, Report& report);
 void measureBase64(const Settings& settings, Report& report);
 void measureGather(const Settings& settings, Report& report);
 void measureRecords(const Settings& settings, Report& report);
+void measureGrowth(const Settings& settings, Report& report);
 void measureRequests(const Settings& settings, Report& report);
 void measureEvents(const Settings& settings, Report& report);
 void measureDocuments(const Settings& settings, Report& report);

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <stdexcept>
 #include <system_error>
 
 namespace bench {
@@ -69,6 +70,17 @@ void writeAll(const Descriptor& socket, std::string_view bytes) {
     if (count < 0 && errno != EINTR) fail("send");
     if (count > 0) bytes.remove_prefix(static_cast<std::size_t>(count));
   }
+}
+
+std::string readExactly(const Descriptor& socket, std::size_t size) {
+  std::string bytes(size, '\0');
+  for (std::size_t have = 0; have < size;) {
+    const ssize_t count = recv(socket.get(), bytes.data() + have, size - have, MSG_WAITALL);
+    if (count == 0) throw std::runtime_error{"the stream has ended"};
+    if (count < 0 && errno != EINTR) fail("recv");
+    if (count > 0) have += static_cast<std::size_t>(count);
+  }
+  return bytes;
 }
 
 bool Inbox::fill(const Descriptor& socket) {

@@ -30,6 +30,8 @@ Descriptor connectTo(const std::string& path);
 
 /// Writes all of it, waiting where the socket is full.
 void writeAll(const Descriptor& socket, std::string_view bytes);
+/// Waits for so many bytes.
+std::string readExactly(const Descriptor& socket, std::size_t size);
 
 /// Bytes that have arrived and were not taken yet.
 class Inbox {

@@ -3,15 +3,22 @@
 
 #include <algorithm>
 #include <chrono>
+#include <vector>
 
 namespace bench {
+
+using Clock = std::chrono::steady_clock;
+
+inline double secondsSince(Clock::time_point start) {
+  return std::chrono::duration<double>(Clock::now() - start).count();
+}
 
 /// Seconds that `work` takes.
 template <class Work>
 double secondsOf(Work work) {
-  const auto start = std::chrono::steady_clock::now();
+  const auto start = Clock::now();
   work();
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  return secondsSince(start);
 }
 
 /// The usual number of repetitions, scaled by the effort.
@@ -26,6 +33,16 @@ double nanosecondsOf(int count, Step step) {
            for (int i = 0; i < count; ++i) step();
          }) *
          1e9 / count;
+}
+
+/// The median time of a step, in microseconds.
+template <class Step>
+double medianMicroseconds(int count, Step step) {
+  std::vector<double> times;
+  for (int i = 0; i < count; ++i) times.push_back(secondsOf(step) * 1e6);
+  const auto middle = times.begin() + count / 2;
+  std::nth_element(times.begin(), middle, times.end());
+  return *middle;
 }
 
 }  // namespace bench
