@@ -128,7 +128,7 @@ void ZAL_Service_AddMethod(ZAL_ServiceHandle service, const char* name, ZAL_Meth
                            void* userData) noexcept {
   if (service == nullptr || name == nullptr) return;
   const zal::LockGuard hold{service->methodsMutex};
-  zal::Method* method = zal::changeMethodLocked(
+  zal::MethodHandler* method = zal::changeMethodLocked(
       *service, {.name = name, .removes = handler == nullptr, .group = service->name, .function = __func__});
   if (method == nullptr) return;
   method->handler = handler;
@@ -145,7 +145,7 @@ void ZAL_TelemetryService_AddDataset(ZAL_ServiceHandle service, const char* name
                                      ZAL_DatasetCallback callback) noexcept {
   if (service == nullptr || name == nullptr) return;
   const zal::LockGuard hold{service->methodsMutex};
-  zal::Method* dataset = zal::changeMethodLocked(
+  zal::MethodHandler* dataset = zal::changeMethodLocked(
       *service, {.name = name, .removes = callback == nullptr, .group = "telemetry", .function = __func__});
   if (dataset != nullptr) dataset->pathHandler = callback;
 }

@@ -201,6 +201,30 @@ TEST_F(IdleClient, MethodsAreAddedReplacedAndRemovedByExactName) {
   ZAL_Client_AddService(client_, service);
 }
 
+TEST(IndexedRecords, AreFoundNewestFirstHoweverManyComeAndGo) {
+  constexpr int kRecords = 300;
+  constexpr int kKeys = 100;
+  zal::IndexedList<zal::PendingRequest> list;
+  std::vector<zal::PendingRequest*> records;
+  for (int i = 0; i < kRecords; ++i) {
+    auto record = std::make_unique<zal::PendingRequest>();
+    record->requestId = static_cast<uint16_t>(i % kKeys);
+    list.push(std::move(record));
+    records.push_back(list.head());
+  }
+
+  for (int i = 0; i < kKeys; i += 2) list.remove(*records[static_cast<size_t>(i)]);  // the oldest of its key
+  for (int i = kRecords - 1; i >= 0; --i) {
+    if (i < kKeys && i % 2 == 0) continue;
+    zal::PendingRequest* const record = records[static_cast<size_t>(i)];
+    ASSERT_EQ(list.head(), record);
+    ASSERT_EQ(list.find(record->requestId), record);
+    list.remove(*record);
+  }
+  EXPECT_EQ(list.head(), nullptr);
+  EXPECT_EQ(list.find(7), nullptr);
+}
+
 TEST_F(IdleClient, MethodsMayChangeWhileRequestsRun) {
   static std::atomic<int> answered;
   answered = 0;
@@ -342,7 +366,8 @@ TEST_F(IdleClient, AnEventAndALocalRequestWithoutAConnectionAreDropped) {
   ZAL_Client_Command_Request_Gateway(client_, "svc", "get", data, nullptr, nullptr);
   ZAL_Object_Destroy(data);
 
-  ASSERT_TRUE(waitUntil([&] { return client_->pendingRequests.head() != nullptr; }));
+  client_->jobs.closeAndWait();
+  ASSERT_NE(client_->pendingRequests.head(), nullptr);
   EXPECT_EQ(client_->pendingRequests.head()->requestId, 65531);
 }
 

@@ -2,8 +2,8 @@
 //
 // Threads: the loop thread runs the connect timer and the transport's callbacks; worker threads run every job, and so
 // every function of the application; all exported functions are for the application's own threads and for jobs.
-// Lock order: lifecycleMutex, then the transport's and the loop's locks; servicesMutex, then a service's methodsMutex.
-// The others are leaves, but for callbackMutex being held while an application callback runs.
+// Lock order: lifecycleMutex, then the transport's and the loop's locks; the others are leaves, but for
+// callbackMutex being held while an application callback runs.
 #pragma once
 
 #include <zal/zal_client.h>
@@ -20,15 +20,17 @@
 #include <new>
 #include <optional>
 #include <span>
+#include <string_view>
+#include <utility>
 
 #include "base/zal_client/work_queue.hpp"
 #include "base/zal_ipccommand.hpp"
+#include "support/indexed_list.hpp"
 #include "support/lock.hpp"
 
 namespace zal {
 
-/// An owning list that grows at its head, so that a walk meets the newest entry first. Pushing publishes the new entry
-/// to walkers on other threads; every other change needs the caller's lock or a list that nobody walks.
+/// An owning list that grows at its head, so that a walk meets the newest entry first.
 template <class Node>
 class HeadList {
  public:
@@ -37,7 +39,7 @@ class HeadList {
   HeadList& operator=(const HeadList&) = delete;
   ~HeadList() { clear(); }
 
-  [[nodiscard]] Node* head() const noexcept { return head_.load(std::memory_order_acquire); }
+  [[nodiscard]] Node* head() const noexcept { return head_; }
 
   /// The first entry for which `matches` holds, or null.
   template <class Predicate>
@@ -48,26 +50,8 @@ class HeadList {
   }
 
   void push(std::unique_ptr<Node> node) noexcept {
-    node->next = head_.load(std::memory_order_relaxed);
-    head_.store(node.release(), std::memory_order_release);
-  }
-
-  /// Unlinks the first entry for which `matches` holds; null when there is none.
-  template <class Predicate>
-  [[nodiscard]] std::unique_ptr<Node> remove(Predicate matches) noexcept {
-    Node* before = nullptr;
-    Node* node = head();
-    while (node != nullptr && !matches(*node)) {
-      before = node;
-      node = node->next;
-    }
-    if (node == nullptr) return nullptr;
-    if (before == nullptr) {
-      head_.store(node->next, std::memory_order_release);
-    } else {
-      before->next = node->next;
-    }
-    return std::unique_ptr<Node>{node};
+    node->next = head_;
+    head_ = node.release();
   }
 
   void clear() noexcept {
@@ -79,10 +63,10 @@ class HeadList {
   }
 
   /// Gives the entries up without freeing them.
-  Node* release() noexcept { return head_.exchange(nullptr, std::memory_order_acq_rel); }
+  Node* release() noexcept { return std::exchange(head_, nullptr); }
 
  private:
-  std::atomic<Node*> head_{nullptr};
+  Node* head_ = nullptr;
 };
 
 template <class Function>
@@ -94,12 +78,21 @@ struct CallbackEntry {
 using EventCallbackList = HeadList<CallbackEntry<ZAL_ClientEventCallback>>;
 using ConfigCallbackList = HeadList<CallbackEntry<ZAL_ConfigChangeCallback>>;
 
-struct Method {
-  char name[256];
+/// What a method does.
+struct MethodHandler {
   ZAL_MethodCallback handler;
   void* userData;
   ZAL_DatasetCallback pathHandler;  // a telemetry dataset's; called when handler is null
+};
+
+struct Method {
+  char name[256];
+  MethodHandler call;
   Method* next;
+  Method* previous;
+  IndexLink<Method> link;
+
+  [[nodiscard]] std::string_view key() const noexcept { return name; }
 };
 
 /// A gateway request that was written and not yet answered.
@@ -108,6 +101,10 @@ struct PendingRequest {
   ZAL_GatewayResponseCallback callback;
   void* userData;
   PendingRequest* next;
+  PendingRequest* previous;
+  IndexLink<PendingRequest> link;
+
+  [[nodiscard]] std::uint16_t key() const noexcept { return requestId; }
 };
 
 struct ObjectDestroy {
@@ -163,10 +160,14 @@ inline constexpr std::uint8_t kConnected = 2;  // bit 1
 
 struct ZAL_ServiceHandle_ {
   char name[256];  // first, so that a handle can stand where the name is expected
-  zal::HeadList<zal::Method> methods ZAL_GUARDED_BY(methodsMutex);
+  zal::IndexedList<zal::Method> methods ZAL_GUARDED_BY(methodsMutex);
   ZAL_ServiceHandle_* next;
 
+  ZAL_ServiceHandle_* previous;
+  zal::IndexLink<ZAL_ServiceHandle_> link;
   zal::Mutex methodsMutex;
+
+  [[nodiscard]] std::string_view key() const noexcept { return name; }
 };
 
 struct ZAL_ClientHandle_ {
@@ -176,8 +177,8 @@ struct ZAL_ClientHandle_ {
   zal::EventCallbackList connectCallbacks ZAL_GUARDED_BY(callbackMutex);
   zal::EventCallbackList disconnectCallbacks ZAL_GUARDED_BY(callbackMutex);
   zal::ConfigCallbackList configChangeCallbacks ZAL_GUARDED_BY(callbackMutex);
-  zal::HeadList<ZAL_ServiceHandle_> services;          // walked without a lock; pushed under servicesMutex
-  zal::HeadList<zal::PendingRequest> pendingRequests;  // under the gateway lock of the process (gateway.cpp)
+  zal::IndexedList<ZAL_ServiceHandle_> services ZAL_GUARDED_BY(servicesMutex);  // walked without it, from the head on
+  zal::IndexedList<zal::PendingRequest> pendingRequests;  // under the gateway lock of the process (gateway.cpp)
   zal::CondPtr connectedCond{ZAL_Cond_Create()};
   zal::ObjectPtr config ZAL_GUARDED_BY(configMutex);
   zal::Mutex configMutex;
@@ -187,8 +188,8 @@ struct ZAL_ClientHandle_ {
   std::int32_t retryInterval = 0;
   std::atomic<std::uint8_t> configPending{0};
 
-  zal::Mutex servicesMutex;   // held by whoever adds a service
-  zal::Mutex lifecycleMutex;  // held by whoever starts or stops the loop
+  mutable zal::Mutex servicesMutex;  // held while a service is looked up or added
+  zal::Mutex lifecycleMutex;         // held by whoever starts or stops the loop
   bool closed ZAL_GUARDED_BY(lifecycleMutex) = false;
   zal::JobCounter jobs;
   zal::WorkQueue work;
@@ -244,8 +245,8 @@ void writeCommands(ZAL_ClientHandle_& client, std::span<const CommandView> comma
 [[nodiscard]] ZAL_ServiceHandle_* findService(const ZAL_ClientHandle_& client, const char* name) noexcept;
 /// The first service whose name the given one begins with, or null. Any thread.
 [[nodiscard]] ZAL_ServiceHandle_* findServiceByPrefix(const ZAL_ClientHandle_& client, const char* name) noexcept;
-/// The method of exactly this name, copied: another thread may change or remove it meanwhile. Any thread.
-[[nodiscard]] std::optional<Method> findMethod(ZAL_ServiceHandle_& service, const char* name) noexcept;
+/// What the method of exactly this name does, copied: another thread may change or remove it meanwhile. Any thread.
+[[nodiscard]] std::optional<MethodHandler> findMethod(ZAL_ServiceHandle_& service, const char* name) noexcept;
 [[nodiscard]] std::unique_ptr<ZAL_ServiceHandle_> makeService(const char* name) noexcept;
 /// Takes the service unless one of its name is there; then it stays the caller's. Any thread.
 void addService(ZAL_ClientHandle_& client, ZAL_ServiceHandle_& service) noexcept;
@@ -258,8 +259,8 @@ struct MethodChange {
   const char* group;     // the service's name in the log lines
   const char* function;  // the exported function that speaks
 };
-/// The entry to set, which is made when there is none; null when the entry was removed or memory ran out.
-[[nodiscard]] Method* changeMethodLocked(ZAL_ServiceHandle_& service, const MethodChange& change) noexcept
+/// What to set of the entry, which is made when there is none; null when the entry was removed or memory ran out.
+[[nodiscard]] MethodHandler* changeMethodLocked(ZAL_ServiceHandle_& service, const MethodChange& change) noexcept
     ZAL_REQUIRES(service.methodsMutex);
 
 // callbacks.cpp

@@ -163,8 +163,11 @@ void forsakeContents(ZAL_ClientHandle_& client) noexcept {
     static_cast<void>(client.disconnectCallbacks.release());
     static_cast<void>(client.configChangeCallbacks.release());
   }
-  static_cast<void>(client.services.release());
   static_cast<void>(client.pendingRequests.release());
+  {
+    const LockGuard hold{client.servicesMutex};
+    static_cast<void>(client.services.release());
+  }
   const LockGuard hold{client.configMutex};
   static_cast<void>(client.config.release());
 }

@@ -115,7 +115,7 @@ void fillRequest(Call& call) noexcept {
   ZAL_Message_SetOptionalParam(call.request.get(), command.optionalParam);
 }
 
-void callDataset(Call& call, const Method& method, ZAL_UriParserHandle uri) noexcept {
+void callDataset(Call& call, const MethodHandler& method, ZAL_UriParserHandle uri) noexcept {
   ZAL_UriParser_GetPathQuery(uri, call.filter, sizeof call.filter);
   ZAL_MessageHandle response = call.response.get();
   ZAL_Message_SetName(response, call.methodName);
@@ -125,7 +125,7 @@ void callDataset(Call& call, const Method& method, ZAL_UriParserHandle uri) noex
 }
 
 /// Calls the method; false when it has no handler of any kind.
-bool callMethod(Call& call, const Method& method, ZAL_UriParserHandle uri) noexcept {
+bool callMethod(Call& call, const MethodHandler& method, ZAL_UriParserHandle uri) noexcept {
   fillRequest(call);
   if (method.handler != nullptr) {
     guarded(ZAL_HERE,

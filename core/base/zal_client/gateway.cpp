@@ -18,11 +18,13 @@ std::uint16_t requestIdCounter ZAL_GUARDED_BY(gatewayMutex) = kFirstRequestId;
 }  // namespace
 
 void sendGatewayRequest(ZAL_ClientWorkItem_& item) noexcept {
-  std::unique_ptr<PendingRequest> pending{new (std::nothrow) PendingRequest{0, item.callback, item.userData, nullptr}};
+  std::unique_ptr<PendingRequest> pending{new (std::nothrow) PendingRequest{}};
   if (!pending) {
     ZAL_LOG_AS(ZAL_LOG_ERROR, "handleClientRequest", "out of memory\n");
     return;
   }
+  pending->callback = item.callback;
+  pending->userData = item.userData;
   {
     const LockGuard hold{gatewayMutex};
     item.command->requestId = requestIdCounter++;
@@ -37,8 +39,8 @@ void deliverGatewayResponse(ZAL_ClientWorkItem_& item) noexcept {
   std::unique_ptr<PendingRequest> pending;
   {
     const LockGuard hold{gatewayMutex};
-    pending =
-        item.client->pendingRequests.remove([&](const auto& request) { return request.requestId == item.requestId; });
+    auto& all = item.client->pendingRequests;
+    if (PendingRequest* const request = all.find(item.requestId)) pending = all.remove(*request);
   }
   if (!pending || pending->callback == nullptr) return;
   // A payload that is no JSON still answers the request: the callback then gets no object.

@@ -11,10 +11,6 @@ namespace zal {
 
 namespace {
 
-Method* findMethodLocked(ZAL_ServiceHandle_& service, const char* name) noexcept ZAL_REQUIRES(service.methodsMutex) {
-  return service.methods.find([&](const auto& method) { return std::strcmp(method.name, name) == 0; });
-}
-
 bool hasMethods(ZAL_ServiceHandle_& service) noexcept {
   const LockGuard hold{service.methodsMutex};
   return service.methods.head() != nullptr;
@@ -32,22 +28,38 @@ void listMethods(ZAL_ServiceHandle_& service, ZAL_IpcCommandList list) noexcept 
   }
 }
 
+/// Where a walk over the services begins. It needs no lock: services are added at the head and stay.
+ZAL_ServiceHandle_* newestService(const ZAL_ClientHandle_& client) noexcept {
+  const LockGuard hold{client.servicesMutex};
+  return client.services.head();
+}
+
+/// False when there is one of this name.
+bool takeService(ZAL_ClientHandle_& client, ZAL_ServiceHandle_& service) noexcept {
+  const LockGuard hold{client.servicesMutex};
+  if (client.services.find(service.name) != nullptr) return false;
+  client.services.push(std::unique_ptr<ZAL_ServiceHandle_>{&service});
+  return true;
+}
+
 }  // namespace
 
 ZAL_ServiceHandle_* findService(const ZAL_ClientHandle_& client, const char* name) noexcept {
-  return client.services.find(
-      [&](const auto& service) { return std::strncmp(service.name, name, sizeof service.name) == 0; });
+  const LockGuard hold{client.servicesMutex};
+  return client.services.find(name);
 }
 
 ZAL_ServiceHandle_* findServiceByPrefix(const ZAL_ClientHandle_& client, const char* name) noexcept {
-  return client.services.find(
-      [&](const auto& service) { return std::strncmp(name, service.name, std::strlen(service.name)) == 0; });
+  ZAL_ServiceHandle_* service = newestService(client);
+  while (service != nullptr && std::strncmp(name, service->name, std::strlen(service->name)) != 0)
+    service = service->next;
+  return service;
 }
 
-std::optional<Method> findMethod(ZAL_ServiceHandle_& service, const char* name) noexcept {
+std::optional<MethodHandler> findMethod(ZAL_ServiceHandle_& service, const char* name) noexcept {
   const LockGuard hold{service.methodsMutex};
-  const Method* const method = findMethodLocked(service, name);
-  return method != nullptr ? std::optional{*method} : std::nullopt;
+  const Method* const method = service.methods.find(name);
+  return method != nullptr ? std::optional{method->call} : std::nullopt;
 }
 
 std::unique_ptr<ZAL_ServiceHandle_> makeService(const char* name) noexcept {
@@ -57,13 +69,12 @@ std::unique_ptr<ZAL_ServiceHandle_> makeService(const char* name) noexcept {
   return service;
 }
 
-Method* changeMethodLocked(ZAL_ServiceHandle_& service, const MethodChange& change) noexcept {
-  Method* const known = findMethodLocked(service, change.name);
-  if (known != nullptr && !change.removes) return known;
+MethodHandler* changeMethodLocked(ZAL_ServiceHandle_& service, const MethodChange& change) noexcept {
+  Method* const known = service.methods.find(change.name);
+  if (known != nullptr && !change.removes) return &known->call;
   if (known != nullptr) {
-    // Held until the end of the block: the log line names it.
-    const std::unique_ptr<Method> removed =
-        service.methods.remove([&](const auto& method) { return &method == known; });
+    // Held until the end of the block: the log line may name it.
+    const std::unique_ptr<Method> removed = service.methods.remove(*known);
     ZAL_LOG_AS(ZAL_LOG_DEBUG, change.function, "%s is removed from %s\n", change.name, change.group);
     return nullptr;
   }
@@ -73,17 +84,15 @@ Method* changeMethodLocked(ZAL_ServiceHandle_& service, const MethodChange& chan
     return nullptr;
   }
   zalstrlcpy(fresh->name, change.name, sizeof fresh->name);
-  Method* const added = fresh.get();
+  Method& added = *fresh;
   service.methods.push(std::move(fresh));
   ZAL_LOG_AS(ZAL_LOG_DEBUG, change.function, "%s is added to %s\n", change.name, change.group);
-  return added;
+  return &added.call;
 }
 
 void addService(ZAL_ClientHandle_& client, ZAL_ServiceHandle_& service) noexcept {
   constexpr const char* kFunction = "ZAL_Client_AddService";
-  const LockGuard hold{client.servicesMutex};
-  if (findService(client, service.name) != nullptr) return;
-  client.services.push(std::unique_ptr<ZAL_ServiceHandle_>{&service});
+  if (!takeService(client, service)) return;
   if (!client.isConnected()) {
     ZAL_LOG_AS(ZAL_LOG_DEBUG, kFunction, "%s is added to client service list\n", service.name);
   } else if (hasMethods(service)) {
@@ -102,7 +111,7 @@ void subscribeServices(ZAL_ClientHandle_& client) noexcept {
   }
   const CommandListPtr list{ZAL_IpcCommand_Create()};
   if (!list) return;
-  for (auto* service = client.services.head(); service != nullptr; service = service->next) {
+  for (auto* service = newestService(client); service != nullptr; service = service->next) {
     ZAL_LOG_AS(ZAL_LOG_DEBUG, kFunction, "Subscribing service \"%s\"\n", service->name);
     listMethods(*service, list.get());
   }

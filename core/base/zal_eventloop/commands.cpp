@@ -102,17 +102,11 @@ static_assert(std::size(kExecute) == ZAL_EVENTLOOP_CMD_INIT_ASYNC);
 
 CommandPtr unlinkHeadLocked(Loop& loop) noexcept ZAL_REQUIRES(loop.queueLock) {
   CommandPtr head{loop.queueHead};
-  if (head) {
-    loop.queueHead = head->next;
-    if (loop.queueHead == nullptr) loop.queueTail = nullptr;
-  }
+  if (!head) return head;
+  loop.queueHead = head->next;
+  if (loop.queueHead == nullptr) loop.queueTail = nullptr;
+  if (head->type == ZAL_EVENTLOOP_CMD_CLOSE) loop.queuedCloses.remove(*head);
   return head;
-}
-
-bool isCloseQueuedLocked(const Loop& loop, const uv_handle_t* handle) noexcept ZAL_REQUIRES(loop.queueLock) {
-  for (const Command* queued = loop.queueHead; queued != nullptr; queued = queued->next)
-    if (queued->type == ZAL_EVENTLOOP_CMD_CLOSE && queued->handle == handle) return true;
-  return false;
 }
 
 }  // namespace
@@ -160,7 +154,9 @@ void closeHandle(Loop& loop, uv_handle_t* handle, uv_close_cb callback) noexcept
 
   const LockGuard hold{loop.queueLock};
   if (!isOpen(kCaller, handle)) return;
-  if (isCloseQueuedLocked(loop, handle)) return logDoubleClose(kCaller, handle, "previously queued for closing");
+  if (loop.queuedCloses.find(handle) != nullptr)
+    return logDoubleClose(kCaller, handle, "previously queued for closing");
+  loop.queuedCloses.add(*command);
   appendLocked(loop, std::move(command));
 }
 

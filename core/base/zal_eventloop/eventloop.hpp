@@ -13,6 +13,7 @@
 #include <memory>
 
 #include "base/zal_eventloop.hpp"
+#include "support/indexed_list.hpp"
 #include "support/lock.hpp"
 
 namespace zal::eventloop {
@@ -53,6 +54,9 @@ struct ZAL_EventLoopCommand {
   uv_work_t* work = nullptr;
   uv_work_cb workCallback = nullptr;
   uv_async_cb asyncCallback = nullptr;
+  IndexLink<ZAL_EventLoopCommand> link{};  ///< close: in the index of the queued closes
+
+  [[nodiscard]] const uv_handle_t* key() const noexcept { return handle; }
 };
 
 using Command = ZAL_EventLoopCommand;
@@ -73,6 +77,7 @@ struct ZAL_EventLoopContext_ {
   zal::Mutex queueLock;
   zal::eventloop::Command* queueHead ZAL_GUARDED_BY(queueLock) = nullptr;
   zal::eventloop::Command* queueTail ZAL_GUARDED_BY(queueLock) = nullptr;
+  zal::Index<zal::eventloop::Command> queuedCloses ZAL_GUARDED_BY(queueLock);  ///< by handle
 
   /// Held by a thread that starts or ends a run, also while it joins the loop thread. Before the queue lock, never
   /// after.

@@ -2,6 +2,9 @@
 // callbacks free the stream there. A handle that is released while libuv still knows streams of it is freed with the
 // last of them.
 
+#include <memory>
+#include <utility>
+
 #include "ipc.hpp"
 #include "support/log.hpp"
 
@@ -21,46 +24,43 @@ uv_close_cb closeCallbackOf(Role role) noexcept {
   return onCloseClientSide;
 }
 
-void unlistLocked(ZAL_IpcHandle_& ipc, Stream& stream) noexcept ZAL_REQUIRES(ipc.lock) {
-  Stream** link = &ipc.streams;
-  while (*link != &stream) link = &(*link)->next;
-  *link = stream.next;
+std::unique_ptr<Stream> unlistLocked(ZAL_IpcHandle_& ipc, Stream& stream) noexcept ZAL_REQUIRES(ipc.lock) {
   if (ipc.pipe == &stream.uv.pipe) ipc.pipe = nullptr;
   if (ipc.tcp == &stream.uv.tcp) ipc.tcp = nullptr;
+  return ipc.streams.remove(stream);
 }
 
-void destroy(Stream& stream) noexcept {
-  freeGatherState(stream.client.gatherState);
-  delete &stream;
+void destroy(std::unique_ptr<Stream> stream) noexcept {
+  freeGatherState(stream->client.gatherState);
 }
 
 /// The common end of the close callbacks.
 void finishClose(Stream& stream, const char* function) noexcept {
   ZAL_IpcHandle_& ipc = *stream.ipc;
+  std::unique_ptr<Stream> owned;
   int pending = 0;
   bool isLastOfAbandoned = false;
   {
     const LockGuard hold{ipc.lock};
     dropWaitingWritesLocked(ipc, &stream.uv.stream);
-    unlistLocked(ipc, stream);
-    isLastOfAbandoned = ipc.abandoned && ipc.streams == nullptr;
+    owned = unlistLocked(ipc, stream);
+    isLastOfAbandoned = ipc.abandoned && ipc.streams.head() == nullptr;
     pending = --ipc.closePending;
   }
   // ZAL_IPC_UnInit waits for the count and takes the lock, and then frees the handle, which is not touched any more.
-  destroy(stream);
+  destroy(std::move(owned));
   ZAL_LOG_AS(ZAL_LOG_TRACE, function, "%s: ipcCtx->closePending=%d\n", function, pending);
   if (isLastOfAbandoned) delete &ipc;
 }
 
 /// Frees the streams that were closed when their loop was destroyed, and asks for the close of those still open.
 void releaseStreamsLocked(ZAL_IpcHandle_& ipc) noexcept ZAL_REQUIRES(ipc.lock) {
-  for (Stream* stream = ipc.streams; stream != nullptr;) {
+  for (Stream* stream = ipc.streams.head(); stream != nullptr;) {
     Stream& current = *stream;
     stream = current.next;
     if (current.closing) continue;
     if (uv_is_closing(&current.uv.handle) != 0) {
-      unlistLocked(ipc, current);
-      destroy(current);
+      destroy(unlistLocked(ipc, current));
     } else {
       requestCloseLocked(ipc, current, "ZAL_IPC_UnInit");
     }
@@ -105,7 +105,7 @@ void abandon(ZAL_IpcHandle_* ipc) noexcept {
     dropWaitingWritesLocked(*ipc, nullptr);
     releaseStreamsLocked(*ipc);
     ipc->abandoned = true;
-    isFree = ipc->streams == nullptr;
+    isFree = ipc->streams.head() == nullptr;
   }
   if (isFree) delete ipc;
 }

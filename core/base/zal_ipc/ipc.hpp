@@ -21,12 +21,11 @@
 #include <type_traits>
 #include <utility>
 
+#include "support/indexed_list.hpp"
 #include "support/lock.hpp"
 #include "support/memory.hpp"
 
 namespace zal::ipc {
-
-struct Stream;
 
 enum Transport : int { kNoTransport = 0, kUnixDomain = 1, kTcp = 2 };
 
@@ -56,6 +55,36 @@ struct ZAL_IpcClientContext_ {
   int disconnectPending;
 };
 
+namespace zal::ipc {
+
+enum class Role { kListener, kAccepted, kClient };
+
+/// A libuv stream with what lives exactly as long as it. Freed by its close callback, or with its handle when the loop
+/// that knew it was destroyed.
+struct Stream {
+  union {
+    uv_handle_t handle;
+    uv_stream_t stream;
+    uv_pipe_t pipe;
+    uv_tcp_t tcp;
+  } uv;  // first, so that libuv's pointer to it is a pointer to the whole
+  ZAL_IpcHandle_* ipc;
+  Role role;
+  std::atomic<bool> closing;  // set once, under the lock, by whoever asks for the close
+  Stream* next;
+  Stream* previous;
+  IndexLink<Stream> link;
+  ZAL_IpcClientContext_ client;  // used by an accepted stream
+
+  [[nodiscard]] const ZAL_IpcClientContext_* key() const noexcept { return &client; }
+
+  [[nodiscard]] static Stream& of(uv_stream_t* stream) noexcept { return *reinterpret_cast<Stream*>(stream); }
+  [[nodiscard]] static Stream& of(uv_handle_t* handle) noexcept { return *reinterpret_cast<Stream*>(handle); }
+};
+static_assert(std::is_standard_layout_v<Stream> && offsetof(Stream, uv) == 0);
+
+}  // namespace zal::ipc
+
 /// One side of the transport. It lives until ZAL_IPC_UnInit, or, if libuv still knows streams of it then, until the
 /// last of them is closed.
 struct ZAL_IpcHandle_ {
@@ -84,36 +113,14 @@ struct ZAL_IpcHandle_ {
 
   zal::ipc::Stream* gatherStream = nullptr;  // whose bytes gatherState holds; the loop thread's
   ZAL_IpcWriteEntry** writeTail ZAL_GUARDED_BY(lock) = &writeQueue;
-  uv_write_t writeRequest{};                                 // of the one write that is in flight; the loop thread's
-  zal::CPtr<char> readBuffer;                                // between reads; the loop thread's
-  zal::ipc::Stream* streams ZAL_GUARDED_BY(lock) = nullptr;  // every stream that libuv may still know
-  std::atomic<bool> abandoned{false};                        // ZAL_IPC_UnInit is done with it
-  ZAL_IpcHandle_* nextLive = nullptr;                        // the list that ZAL_IPC_AsyncCb searches
+  uv_write_t writeRequest{};   // of the one write that is in flight; the loop thread's
+  zal::CPtr<char> readBuffer;  // between reads; the loop thread's
+  zal::IndexedList<zal::ipc::Stream> streams ZAL_GUARDED_BY(lock);  // every stream that libuv may still know
+  std::atomic<bool> abandoned{false};                               // ZAL_IPC_UnInit is done with it
+  ZAL_IpcHandle_* nextLive = nullptr;                               // the list that ZAL_IPC_AsyncCb searches
 };
 
 namespace zal::ipc {
-
-enum class Role { kListener, kAccepted, kClient };
-
-/// A libuv stream with what lives exactly as long as it. Freed by its close callback, or with its handle when the loop
-/// that knew it was destroyed.
-struct Stream {
-  union {
-    uv_handle_t handle;
-    uv_stream_t stream;
-    uv_pipe_t pipe;
-    uv_tcp_t tcp;
-  } uv;  // first, so that libuv's pointer to it is a pointer to the whole
-  ZAL_IpcHandle_* ipc;
-  Role role;
-  std::atomic<bool> closing;  // set once, under the lock, by whoever asks for the close
-  Stream* next;
-  ZAL_IpcClientContext_ client;  // used by an accepted stream
-
-  [[nodiscard]] static Stream& of(uv_stream_t* stream) noexcept { return *reinterpret_cast<Stream*>(stream); }
-  [[nodiscard]] static Stream& of(uv_handle_t* handle) noexcept { return *reinterpret_cast<Stream*>(handle); }
-};
-static_assert(std::is_standard_layout_v<Stream> && offsetof(Stream, uv) == 0);
 
 /// Calls the application, if it asked to be called and is not done with the handle.
 template <class Function, class... Arguments>

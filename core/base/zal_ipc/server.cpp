@@ -98,16 +98,14 @@ int serverCreateTcpSocket(ZAL_IpcHandle ipc, const sockaddr_in& address) noexcep
 }
 
 Stream* listenerLocked(ZAL_IpcHandle_& ipc) noexcept {
-  for (Stream* stream = ipc.streams; stream != nullptr; stream = stream->next)
+  for (Stream* stream = ipc.streams.head(); stream != nullptr; stream = stream->next)
     if (stream->role == Role::kListener && !stream->closing) return stream;
   return nullptr;
 }
 
 uv_stream_t* writableStreamLocked(ZAL_IpcHandle_& ipc, const ZAL_IpcClientContext_* client) noexcept {
-  for (Stream* stream = ipc.streams; stream != nullptr; stream = stream->next)
-    if (stream->role == Role::kAccepted && &stream->client == client)
-      return stream->closing ? nullptr : &stream->uv.stream;
-  return nullptr;
+  Stream* const stream = ipc.streams.find(client);
+  return stream != nullptr && stream->role == Role::kAccepted && !stream->closing ? &stream->uv.stream : nullptr;
 }
 
 void reportClientGone(ZAL_IpcClientContext_& client) noexcept {

@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "ipc.hpp"
 #include "support/log.hpp"
@@ -20,17 +21,18 @@ int initialise(Stream& stream, uv_loop_t* loop, Transport transport) noexcept {
   return status != 0 ? status : uv_tcp_nodelay(&stream.uv.tcp, 1);
 }
 
-void enlist(ZAL_IpcHandle_& ipc, Stream& stream, Transport transport) noexcept {
+Stream* enlist(ZAL_IpcHandle_& ipc, std::unique_ptr<Stream> owned, Transport transport) noexcept {
+  Stream* const stream = owned.get();
   const LockGuard hold{ipc.lock};
-  stream.next = ipc.streams;
-  ipc.streams = &stream;
-  if (stream.role == Role::kAccepted) return;
+  ipc.streams.push(std::move(owned));
+  if (stream->role == Role::kAccepted) return stream;
   ipc.transport = transport;
   if (transport == kTcp) {
-    ipc.tcp = &stream.uv.tcp;
+    ipc.tcp = &stream->uv.tcp;
   } else {
-    ipc.pipe = &stream.uv.pipe;
+    ipc.pipe = &stream->uv.pipe;
   }
+  return stream;
 }
 
 /// Without memory libuv gets an empty buffer, and the read callback UV_ENOBUFS, which ends the connection.
@@ -53,8 +55,7 @@ Stream* openStream(ZAL_IpcHandle_& ipc, Transport transport, Role role) noexcept
   stream->role = role;
   stream->client = {&stream->uv.stream, &ipc, nullptr, 0};
   stream->uv.handle.data = role == Role::kAccepted ? static_cast<void*>(&stream->client) : &ipc;
-  enlist(ipc, *stream, transport);
-  return stream.release();
+  return enlist(ipc, std::move(stream), transport);
 }
 
 void startReading(Stream& stream, uv_read_cb onRead) noexcept {
