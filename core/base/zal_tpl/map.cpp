@@ -7,30 +7,42 @@
 namespace zal::tpl {
 namespace {
 
+bool holdsArrays(const tpl_map_node& array) noexcept {
+  const tpl_map_node* item = array.children;
+  while (item != nullptr && item->type != Type::array) item = item->next;
+  return item != nullptr;
+}
+
 void releaseElements(tpl_map_node& array, tpl_array_state& state) noexcept;
 
-/// Gives back what the values at `place` own.
+/// Gives back the nested arrays of an element; its texts and blobs lie in the block itself.
+void releaseNested(tpl_map_node& array, tpl_element_block& block) noexcept {
+  Storage storage = Storage::ofElement(block);
+  walkItems(array, [&](tpl_map_node& item, Turn turn) {
+    const char* place = storage.placeOf(item, turn);
+    if (item.type != Type::array) return true;
+    const HookPtr<tpl_array_state> nested{&arrayAt(place)};
+    releaseElements(item, *nested);
+    return true;
+  });
+}
+
+void releaseElements(tpl_map_node& array, tpl_array_state& state) noexcept {
+  const bool isNesting = holdsArrays(array);
+  for (tpl_element_block* block = state.first; block != nullptr;) {
+    if (isNesting) releaseNested(array, *block);
+    release(std::exchange(block, block->next));
+  }
+  state = {.count = 0, .slotSize = state.slotSize, .first = nullptr, .last = nullptr, .cursor = nullptr};
+}
+
+/// Gives back what the root's values at `place` own.
 void releaseValues(tpl_map_node& item, char* place) noexcept {
   if (item.type == Type::text) {
     for (std::int32_t i = 0; i < item.num; ++i, place += sizeof(char*)) release(loadAs<char*>(place));
   } else if (item.type == Type::blob) {
     release(loadAs<tpl_blob>(place).address);
-  } else if (item.type == Type::array) {
-    const HookPtr<tpl_array_state> nested{&arrayAt(place)};
-    releaseElements(item, *nested);
   }
-}
-
-void releaseElements(tpl_map_node& array, tpl_array_state& state) noexcept {
-  for (tpl_element_block* block = state.first; block != nullptr;) {
-    Storage storage = Storage::ofElement(*block);
-    walkItems(array, [&](tpl_map_node& item, Turn turn) {
-      releaseValues(item, storage.placeOf(item, turn));
-      return true;
-    });
-    release(std::exchange(block, block->next));
-  }
-  state = {.count = 0, .slotSize = state.slotSize, .first = nullptr, .last = nullptr, .cursor = nullptr};
 }
 
 void clearRootValues(tpl_map_node& map) noexcept {

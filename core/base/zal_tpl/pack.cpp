@@ -2,40 +2,62 @@
 // one new element. Each copy is made once.
 #include "base/zal_tpl/rooms.hpp"
 
+#include <limits>
+
 namespace zal::tpl {
 namespace {
 
-void packTexts(const tpl_map_node& item, const char* variable, char* place) noexcept {
+/// The caller's variable; an array has none.
+const char* variableOf(const tpl_map_node& item, Turn turn) noexcept {
+  return item.type == Type::array ? nullptr : static_cast<const char*>(item.address) + turn.offset;
+}
+
+/// Where the copies of texts and blobs go: into blocks of their own for the root, whose values are replaced one by one,
+/// and behind the slot of an element, which is freed as a whole.
+class Copies {
+ public:
+  static Copies inBlocks() noexcept { return Copies{nullptr}; }
+  static Copies behind(char* slot) noexcept { return Copies{slot}; }
+
+  [[nodiscard]] char* of(const void* bytes, std::size_t size) noexcept {
+    char* copy = next_ == nullptr ? allocate(size) : std::exchange(next_, next_ + size);
+    std::memcpy(copy, bytes, size);
+    return copy;
+  }
+
+ private:
+  explicit Copies(char* next) noexcept : next_{next} {}
+  char* next_;
+};
+
+void packTexts(const tpl_map_node& item, const char* variable, char* place, Copies& copies) noexcept {
   for (std::int32_t i = 0; i < item.num; ++i, variable += sizeof(char*), place += sizeof(char*)) {
     const auto* text = loadAs<const char*>(variable);
     release(loadAs<char*>(place));
-    storeAt(place, text == nullptr ? nullptr : copyOf(text));
+    storeAt(place, text == nullptr ? nullptr : copies.of(text, std::strlen(text) + 1));
   }
 }
 
-void packBlob(const char* variable, char* place) noexcept {
+void packBlob(const char* variable, char* place, Copies& copies) noexcept {
   const auto blob = loadAs<tpl_blob>(variable);
   release(loadAs<tpl_blob>(place).address);
-  tpl_blob copy = {.address = nullptr, .length = blob.length};
-  if (blob.length != 0) {
-    copy.address = allocate(blob.length);
-    std::memcpy(copy.address, blob.address, blob.length);
-  }
-  storeAt(place, copy);
+  storeAt(place, tpl_blob{.address = blob.length == 0 ? nullptr : copies.of(blob.address, blob.length),
+                          .length = blob.length});
 }
 
 /// Moves a nested array with all its elements into the element that is being packed, and leaves an empty one.
 void packArray(tpl_map_node& array, char* place) noexcept {
   storeAt(place, array.data);
   array.data = newArrayState(arrayOf(array).slotSize);
+  array.serializedSize = 0;
 }
 
-void packItem(tpl_map_node& item, const char* variable, char* place) noexcept {
+void packItem(tpl_map_node& item, const char* variable, char* place, Copies& copies) noexcept {
   switch (item.type) {
     case Type::text:
-      return packTexts(item, variable, place);
+      return packTexts(item, variable, place, copies);
     case Type::blob:
-      return packBlob(variable, place);
+      return packBlob(variable, place, copies);
     case Type::array:
       return packArray(item, place);
     default:
@@ -43,12 +65,50 @@ void packItem(tpl_map_node& item, const char* variable, char* place) noexcept {
   }
 }
 
-tpl_element_block& appendElement(tpl_array_state& array) noexcept {
-  auto* block = new (allocateZeroed(sizeof(tpl_element_block) + array.slotSize)) tpl_element_block{nullptr};
+void packItems(tpl_map_node& parent, Storage storage, Copies copies) noexcept {
+  walkItems(parent, [&](tpl_map_node& item, Turn turn) {
+    if (item.type == Type::array && !storage.isElement()) return true;  // packed through its own index
+    packItem(item, variableOf(item, turn), storage.placeOf(item, turn), copies);
+    return true;
+  });
+}
+
+/// What an element takes in an image, and what the copies of its texts and blobs take in memory at most.
+struct ElementSize {
+  std::uint64_t serialized = 0;
+  std::uint64_t copies = 0;
+};
+
+ElementSize measureElement(tpl_map_node& array) noexcept {
+  ElementSize size;
+  walkItems(array, [&](tpl_map_node& item, Turn turn) {
+    const std::size_t serialized = imageSize(item, variableOf(item, turn));
+    size.serialized += serialized;
+    // A length takes more bytes than the terminator of the text behind it.
+    if (item.type == Type::text || item.type == Type::blob) size.copies += serialized;
+    return true;
+  });
+  return size;
+}
+
+tpl_element_block& appendElement(tpl_array_state& array, std::uint64_t copies) noexcept {
+  constexpr std::uint64_t kMost = std::numeric_limits<std::size_t>::max();  // which no allocation gives
+  const std::size_t fixed = sizeof(tpl_element_block) + array.slotSize;
+  char* memory = allocate(static_cast<std::size_t>(std::min(fixed + copies, kMost)));
+  std::memset(memory, 0, fixed);
+  auto* block = new (memory) tpl_element_block{nullptr};
   (array.first == nullptr ? array.first : array.last->next) = block;
   array.last = block;
   ++array.count;
   return *block;
+}
+
+void packElement(tpl_map_node& node) noexcept {
+  tpl_array_state& array = arrayOf(node);
+  const ElementSize size = measureElement(node);
+  tpl_element_block& block = appendElement(array, size.copies);
+  packItems(node, Storage::ofElement(block), Copies::behind(slotOf(block) + array.slotSize));
+  node.serializedSize += static_cast<std::size_t>(size.serialized);
 }
 
 }  // namespace
@@ -62,18 +122,11 @@ int pack(tpl_map_node* map, int index) noexcept {
   tpl_map_root& root = rootOf(*map);
   if ((root.state & kLoaded) != 0) discardState(*map);
   root.state |= kPacked;
-
-  Storage storage = isRoot(node) ? Storage::ofRoot() : Storage::ofElement(appendElement(arrayOf(*node)));
-  std::size_t added = 0;
-  walkItems(*node, [&](tpl_map_node& item, Turn turn) {
-    if (item.type == Type::array && !storage.isElement()) return true;  // packed through its own index
-    char* place = storage.placeOf(item, turn);
-    packItem(item, static_cast<const char*>(item.address) + turn.offset, place);
-    added += imageSize(item, place);
-    if (item.type == Type::array) item.serializedSize = 0;
-    return true;
-  });
-  if (storage.isElement()) node->serializedSize += added;
+  if (isRoot(node)) {
+    packItems(*node, Storage::ofRoot(), Copies::inBlocks());
+  } else {
+    packElement(*node);
+  }
   return 0;
 }
 
