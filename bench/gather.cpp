@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <optional>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -134,6 +134,17 @@ class Zal {
   tpl_gather_state* state_ = nullptr;
 };
 
+/// The floor of encoding and decoding: as many bytes copied into a new block.
+double nanosecondsToCopy(std::size_t size, int times) {
+  const std::string image = imageOf(size);
+  return nanosecondsOf(times, [&] {
+    const std::unique_ptr<void, void (*)(void*)> copy{std::malloc(size), std::free};
+    if (!copy) throw std::bad_alloc{};
+    std::memcpy(copy.get(), image.data(), size);
+    if (lengthOf({static_cast<const char*>(copy.get()), size}) != size) throw std::runtime_error{"no copy"};
+  });
+}
+
 /// A stream that arrives in blocks, so many times over.
 struct Work {
   std::string_view stream;
@@ -223,6 +234,7 @@ void measureGather(const Settings& settings, Report& report) {
   measureBlocks(settings, report);
   measureGrowth("cut images by size in blocks of 512 KiB, by hand", settings, report, nanosecondsToCutOne<ByHand>);
   measureGrowth("cut images by size in blocks of 512 KiB, zal", settings, report, nanosecondsToCutOne<Zal>);
+  measureGrowth("copy images by size, by hand", settings, report, nanosecondsToCopy);
   measureGrowth("encode images by size", settings, report, nanosecondsToEncode);
   measureGrowth("decode images by size", settings, report, nanosecondsToDecode);
 }
