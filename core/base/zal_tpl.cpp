@@ -77,7 +77,7 @@ int jotBy(const JotTarget& target, tpl::Arguments& arguments) noexcept {
   const char* format = va_arg(arguments.list, const char*);
   const tpl::MapPtr map{tpl::mapFormat(format, arguments)};
   if (!map) return -1;
-  static_cast<void>(tpl::pack(map.get(), 0));  // the root can always be packed
+  tpl::packBorrowed(*map);
   if (target.mode == TPL_VIA_FILE) return tpl_dump(map.get(), TPL_VIA_FILE, target.path);
   if (target.mode == TPL_VIA_MEM) return tpl_dump(map.get(), TPL_VIA_MEM, target.image, target.size);
   return tpl_dump(map.get(), TPL_VIA_FD, target.descriptor);

@@ -46,11 +46,12 @@ void releaseValues(tpl_map_node& item, char* place) noexcept {
 }
 
 void clearRootValues(tpl_map_node& map) noexcept {
+  const bool ownsValues = (rootOf(map).state & kBorrowed) == 0;
   Storage storage = Storage::ofRoot();
   walkItems(map, [&](tpl_map_node& item, Turn turn) {
     if (item.type == Type::array) return true;
     char* place = storage.placeOf(item, turn);
-    releaseValues(item, place);
+    if (ownsValues) releaseValues(item, place);
     std::memset(place, 0, storedSize(item));
     return true;
   });

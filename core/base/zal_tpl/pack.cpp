@@ -13,21 +13,24 @@ const char* variableOf(const tpl_map_node& item, Turn turn) noexcept {
 }
 
 /// Where the copies of texts and blobs go: into blocks of their own for the root, whose values are replaced one by one,
-/// and behind the slot of an element, which is freed as a whole.
+/// and behind the slot of an element, which is freed as a whole. Or there are none, and the caller's bytes stand in.
 class Copies {
  public:
-  static Copies inBlocks() noexcept { return Copies{nullptr}; }
-  static Copies behind(char* slot) noexcept { return Copies{slot}; }
+  static Copies inBlocks() noexcept { return Copies{nullptr, false}; }
+  static Copies behind(char* slot) noexcept { return Copies{slot, false}; }
+  static Copies none() noexcept { return Copies{nullptr, true}; }
 
-  [[nodiscard]] char* of(const void* bytes, std::size_t size) noexcept {
+  [[nodiscard]] const void* of(const void* bytes, std::size_t size) noexcept {
+    if (borrows_) return bytes;
     char* copy = next_ == nullptr ? allocate(size) : std::exchange(next_, next_ + size);
     std::memcpy(copy, bytes, size);
     return copy;
   }
 
  private:
-  explicit Copies(char* next) noexcept : next_{next} {}
+  Copies(char* next, bool borrows) noexcept : next_{next}, borrows_{borrows} {}
   char* next_;
+  bool borrows_;
 };
 
 void packTexts(const tpl_map_node& item, const char* variable, char* place, Copies& copies) noexcept {
@@ -41,8 +44,8 @@ void packTexts(const tpl_map_node& item, const char* variable, char* place, Copi
 void packBlob(const char* variable, char* place, Copies& copies) noexcept {
   const auto blob = loadAs<tpl_blob>(variable);
   release(loadAs<tpl_blob>(place).address);
-  storeAt(place, tpl_blob{.address = blob.length == 0 ? nullptr : copies.of(blob.address, blob.length),
-                          .length = blob.length});
+  const void* copy = blob.length == 0 ? nullptr : copies.of(blob.address, blob.length);
+  storeAt(place, tpl_blob{.address = const_cast<void*>(copy), .length = blob.length});
 }
 
 /// Moves a nested array with all its elements into the element that is being packed, and leaves an empty one.
@@ -128,6 +131,11 @@ int pack(tpl_map_node* map, int index) noexcept {
     packElement(*node);
   }
   return 0;
+}
+
+void packBorrowed(tpl_map_node& map) noexcept {
+  rootOf(map).state |= kPacked | kBorrowed;
+  packItems(map, Storage::ofRoot(), Copies::none());
 }
 
 }  // namespace zal::tpl

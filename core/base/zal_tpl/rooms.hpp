@@ -23,6 +23,8 @@ char* fieldAddress(const tpl_map_node& parent, Type type, char* base, int ordina
 // pack.cpp
 
 int pack(tpl_map_node* map, int index) noexcept;
+/// Packs the root of an empty map without copies: the caller's texts and blobs must stay until the map is freed.
+void packBorrowed(tpl_map_node& map) noexcept;
 
 // image.cpp
 

@@ -73,14 +73,15 @@ inline std::optional<Type> atomOf(char symbol) noexcept {
   return std::nullopt;
 }
 
-/// The state bits of a map; the last two tell how its image is written.
+/// The state bits of a map; kCrossEndian and kOldStrings tell how its image is written.
 enum State : std::int32_t {
   kPacked = 0x1,
   kLoaded = 0x2,
   kFromFile = 0x4,  // else from memory
   kOwnsImage = 0x8,
   kCrossEndian = 0x10,
-  kOldStrings = 0x20
+  kOldStrings = 0x20,
+  kBorrowed = 0x40  // the packed texts and blobs of the root are the caller's
 };
 
 // Magic, flags and total length; the format follows. The smallest image is a header and an empty format.
