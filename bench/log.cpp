@@ -59,7 +59,7 @@ void measureLog(const Settings& settings, Report& report) {
   const TempDirectory byHand;
   const TempDirectory byZal;
   ZAL_Log_SetDirectory(byZal.path().c_str());
-  ZAL_Log_SetFileMaxBytes(1 << 30);
+  ZAL_Log_SetFileMaxBytes(1 << 29);
   const auto rate = [count](auto log) {
     int number = 0;
     return 1e9 / nanosecondsOf(count, [&] { log(number++); });
