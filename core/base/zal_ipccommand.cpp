@@ -142,15 +142,18 @@ void forEachOf(const ZAL_IpcCommandList_& list, Take take) noexcept {
 std::uint64_t roomFor(const ZAL_IpcCommandList_& list) noexcept {
   constexpr std::uint64_t kLittle = 1 << 17;
   std::uint64_t most = kFrontSize;
-  forEachOf(list, [&](const ZAL_IpcCommand& command) { most += kLeastSize + kLongestTexts + command.payloadSize; });
+  for (const ZAL_IpcCommand* command = list.head; command != nullptr && most <= kLittle; command = command->next)
+    most += kLeastSize + kLongestTexts + command->payloadSize;
   if (most <= kLittle) return most;
   std::uint64_t size = kFrontSize;
   forEachOf(list, [&](const ZAL_IpcCommand& command) { size += sizeOf(zal::viewOf(command)); });
   return size;
 }
 
-/// Gives back what an image has left of its block.
-void trim(Image& image) noexcept {
+/// Gives back what an image has left of its block of `room` bytes, when that is worth the time.
+void trim(Image& image, std::uint64_t room) noexcept {
+  constexpr std::uint64_t kWorthless = 1024;
+  if (room - image.size <= kWorthless) return;
   void* const trimmed = tpl_hook.realloc_fn(image.bytes.get(), image.size);
   if (trimmed == nullptr) return;  // the block is still whole
   static_cast<void>(image.bytes.release());
@@ -277,11 +280,11 @@ void ZAL_IpcCommand_GetBuffer(ZAL_IpcCommandList list, void** buffer, uint32_t* 
   *buffer = nullptr;
   *size = 0;
   if (list == nullptr) return;
-  Image image = encodeAll(roomFor(*list), [&](auto take) {
-    forEachOf(*list, [&](const ZAL_IpcCommand& command) { take(zal::viewOf(command)); });
-  });
+  const std::uint64_t room = roomFor(*list);
+  Image image = encodeAll(
+      room, [&](auto take) { forEachOf(*list, [&](const ZAL_IpcCommand& command) { take(zal::viewOf(command)); }); });
   if (!image.bytes) return;
-  trim(image);
+  trim(image, room);
   *size = image.size;
   *buffer = image.bytes.release();
 }
