@@ -24,8 +24,8 @@
  * NaN, which JSON cannot express, are added as null. Decimal texts have a "." whatever the locale.
  *
  * Threads: no locks. A tree and its handles are used by one thread at a time, each on any thread. No function of the
- * model itself recurses; cJSON's parsing, printing and deleting do, and a tree of the 1000 levels that the parser
- * admits needs less than 256 KiB of stack for each of them.
+ * model itself recurses; cJSON's parsing and deleting do, and a tree of the 1000 levels that the parser admits needs
+ * less than 256 KiB of stack for each of them.
  */
 #ifndef ZAL_OBJECT_H
 #define ZAL_OBJECT_H
