@@ -49,6 +49,7 @@ TEST_F(TplGather, DeliversEachImageOnceAndWholeWhereverTheStreamIsCut) {
   for (std::size_t cut = 0; cut <= stream_.size(); ++cut) {
     const std::string_view stream{stream_};
     ASSERT_EQ(feed(stream.substr(0, cut)), 1);
+    ASSERT_EQ(feed({}), 1);
     std::size_t expected = cut == stream.size() ? 3 : 2;
     if (cut < first_.size() + second_.size()) expected = cut < first_.size() ? 0 : 1;
     ASSERT_EQ(images_.size(), expected) << "no sooner and no later than its last byte";

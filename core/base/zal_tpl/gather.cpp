@@ -96,6 +96,7 @@ void reserve(PendingImage& pending, std::size_t size) noexcept {
 }
 
 void append(PendingImage& pending, std::string_view bytes) noexcept {
+  if (bytes.empty()) return;
   reserve(pending, pending.size + bytes.size());
   std::memcpy(static_cast<char*>(pending.shown.bytes) + pending.size, bytes.data(), bytes.size());
   pending.size += bytes.size();
