@@ -1,3 +1,4 @@
+// What the tables of growth share, and their order.
 #include "growth/growth.hpp"
 
 #include <malloc.h>
