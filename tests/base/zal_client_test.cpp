@@ -6,8 +6,6 @@
 #include <zal/zal.h>
 
 #include <cstring>
-#include <filesystem>
-#include <iterator>
 #include <string>
 #include <thread>
 #include <utility>
@@ -15,30 +13,28 @@
 
 #include "base/zal_client/client.hpp"
 #include "support/descriptor.hpp"
+#include "tests/support/data_model.hpp"
 #include "tests/support/log_capture.hpp"
+#include "tests/support/process.hpp"
 #include "tests/support/temp_dir.hpp"
 #include "tests/support/wait.hpp"
 
 namespace {
 
-using zal::test::LogCapture;
-using zal::test::waitUntil;
+using namespace zal::test;
 
-ZAL_ClientOptions defaultOptions() {
+/// A client that tries to connect every millisecond, unless told otherwise.
+ZAL_ClientHandle makeClient(const std::string& url, int interval = 1) {
   ZAL_ClientOptions options;
   ZAL_Client_GetDefaultOptions(&options);
-  return options;
+  std::strcpy(options.url, url.c_str());
+  options.interval = interval;
+  return ZAL_Client_Create(&options);
 }
 
 /// A client that was never started. Nothing listens at its URL.
 class IdleClient : public ::testing::Test {
  protected:
-  IdleClient() {
-    ZAL_ClientOptions options = defaultOptions();
-    std::strcpy(options.url, "file:///nonexistent/agent.sock");
-    options.interval = 1;
-    client_ = ZAL_Client_Create(&options);
-  }
   ~IdleClient() override {
     if (client_ != nullptr) ZAL_Client_Destroy(client_);
   }
@@ -50,16 +46,11 @@ class IdleClient : public ::testing::Test {
   }
 
   std::string configAt(const char* path) {
-    ZAL_ObjectHandle copy = getServerConfig(client_, path);
-    if (copy == nullptr) return "(none)";
-    char* text = ZAL_Object_DumpOutput(copy);
-    std::string result = text;
-    std::free(text);
-    ZAL_Object_Destroy(copy);
-    return result;
+    const HandlePtr copy{getServerConfig(client_, path)};
+    return copy == nullptr ? "(none)" : textOf(copy.get());
   }
 
-  ZAL_ClientHandle client_ = nullptr;
+  ZAL_ClientHandle client_ = makeClient("file:///nonexistent/agent.sock");
 };
 
 int ignoreRequest(ZAL_MessageHandle, ZAL_MessageHandle, void*) {
@@ -68,50 +59,33 @@ int ignoreRequest(ZAL_MessageHandle, ZAL_MessageHandle, void*) {
 int otherHandler(ZAL_MessageHandle, ZAL_MessageHandle, void*) {
   return 1;
 }
-int emptyDataset(ZAL_MessageHandle, ZAL_MessageHandle, ZAL_MessageHandle) {
-  return 0;
-}
-int otherDataset(ZAL_MessageHandle, ZAL_MessageHandle, ZAL_MessageHandle) {
-  return 1;
-}
 
 std::vector<std::string> methodNames(ZAL_ServiceHandle service) {
   std::vector<std::string> names;
   const zal::LockGuard hold{service->methodsMutex};
-  for (const auto* method = service->methods.head(); method != nullptr; method = method->next) {
+  for (const auto* method = service->methods.head(); method != nullptr; method = method->next)
     names.emplace_back(method->name);
-  }
   return names;
 }
 
 TEST(ClientOptions, AnIntervalBelowOneCountsAsOneSecond) {
-  for (const auto& [given, used] : {std::pair{1, 1}, {250, 250}, {0, 1000}, {-5, 1000}}) {
-    ZAL_ClientOptions options = defaultOptions();
-    EXPECT_STREQ(options.url, "file:///tmp/zalIPC.sock");
-    EXPECT_EQ(options.interval, 1000);
-    options.interval = given;
-
-    ZAL_ClientHandle client = ZAL_Client_Create(&options);
-
-    ASSERT_NE(client, nullptr);
+  for (const auto& [given, used] : {std::pair{1, 1}, {0, 1000}, {-5, 1000}}) {
+    ZAL_ClientHandle client = makeClient("file:///nonexistent/agent.sock", given);
     EXPECT_EQ(client->retryInterval, used);
-    EXPECT_EQ(client->options.interval, given);
     ZAL_Client_Destroy(client);
   }
 }
 
 TEST(ClientOptions, NullHandlesAreLoggedAndRefused) {
   const LogCapture log;
-
   EXPECT_EQ(ZAL_Client_Create(nullptr), nullptr);
   ZAL_Client_Stop(nullptr);
   ZAL_Client_Destroy(nullptr);
   ZAL_Client_GetConfigurationRemote(nullptr);
-
-  EXPECT_TRUE(log.contains("ZAL_Client_Create(): invalid input options\n"));
-  EXPECT_TRUE(log.contains("NULL pointer passed to ZAL_Client_Stop"));
-  EXPECT_TRUE(log.contains("NULL pointer passed to ZAL_Client_Destroy"));
-  EXPECT_TRUE(log.contains("ZAL_Client_GetConfigurationRemote(): Invalid handle client handle\n"));
+  for (const char* line : {"ZAL_Client_Create(): invalid input options\n", "NULL pointer passed to ZAL_Client_Stop",
+                           "NULL pointer passed to ZAL_Client_Destroy",
+                           "ZAL_Client_GetConfigurationRemote(): Invalid handle client handle\n"})
+    EXPECT_TRUE(log.contains(line)) << line;
 }
 
 TEST_F(IdleClient, StartWithoutAnAgentReturnsAndSaysThatItRetries) {
@@ -147,20 +121,13 @@ zal::Descriptor silentListener(const std::string& path) {
   return listener;
 }
 
-auto openDescriptors() {
-  return std::distance(std::filesystem::directory_iterator{"/proc/self/fd"}, {});
-}
-
 TEST(ClientStop, AtAnyMomentOfAConnectLeavesNoConnectionOpen) {
-  const zal::test::TempDir directory;
+  const TempDir directory;
   const zal::Descriptor listener = silentListener(directory.file("agent.sock"));
-  ZAL_ClientOptions options = defaultOptions();
-  std::strcpy(options.url, ("file://" + directory.file("agent.sock")).c_str());
-  options.interval = 1;
-  ZAL_ClientHandle client = ZAL_Client_Create(&options);
+  ZAL_ClientHandle client = makeClient("file://" + directory.file("agent.sock"));
   ZAL_Client_Start(client);
   ZAL_Client_Stop(client);
-  const auto atRest = openDescriptors();  // with what libuv opens for a loop's first stream, and keeps
+  const long atRest = entriesOf("/proc/self/fd");  // with what libuv opens for a loop's first stream, and keeps
 
   for (int step = 0; step < 300; ++step) {
     std::thread starter{[&] { ZAL_Client_Start(client); }};
@@ -172,7 +139,7 @@ TEST(ClientStop, AtAnyMomentOfAConnectLeavesNoConnectionOpen) {
     starter.join();
     ZAL_Client_Stop(client);
 
-    ASSERT_EQ(openDescriptors(), atRest) << "in step " << step;
+    ASSERT_EQ(entriesOf("/proc/self/fd"), atRest) << "in step " << step;
     ASSERT_FALSE(client->isConnected());
   }
   ZAL_Client_Destroy(client);
@@ -242,26 +209,6 @@ TEST_F(IdleClient, MethodsMayChangeWhileRequestsRun) {
   EXPECT_TRUE(waitUntil([] { return answered > 0; }));
 }
 
-TEST_F(IdleClient, DatasetsAreMethodsWithAPathHandler) {
-  ZAL_Log_SetLevel(ZAL_LOG_DEBUG);
-  const LogCapture log;
-  ZAL_ServiceHandle telemetry = ZAL_TelemetryService_Create();
-  ASSERT_STREQ(telemetry->name, "telemetry");
-
-  ZAL_TelemetryService_AddDataset(telemetry, "device", emptyDataset);
-  ZAL_TelemetryService_AddDataset(telemetry, "device", otherDataset);
-
-  EXPECT_THAT(methodNames(telemetry), ::testing::ElementsAre("device"));
-  EXPECT_EQ(zal::findMethod(*telemetry, "device")->pathHandler, otherDataset);
-  EXPECT_EQ(zal::findMethod(*telemetry, "device")->handler, nullptr);
-  ZAL_TelemetryService_AddDataset(telemetry, "device", nullptr);
-  EXPECT_THAT(methodNames(telemetry), ::testing::IsEmpty());
-  EXPECT_EQ(log.count("device is added to telemetry\n"), 1);
-  EXPECT_EQ(log.count("device is removed from telemetry\n"), 1);
-
-  ZAL_Client_AddService(client_, telemetry);
-}
-
 TEST_F(IdleClient, AServiceIsFoundByTheNewestNameThatIsAPrefix) {
   ZAL_ServiceHandle a = ZAL_Service_Create("a");
   ZAL_ServiceHandle ab = ZAL_Service_Create("ab");
@@ -325,36 +272,33 @@ TEST_F(IdleClient, EventSettingsAreReadByType) {
   EXPECT_EQ(ZAL_Events_GetEnabled(client_, "reading"), 1);
   EXPECT_EQ(ZAL_Events_GetEnabled(client_, "other"), 0);
   EXPECT_EQ(ZAL_Events_GetParamNumber(client_, "reading", "period", &number), ZAL_CLIENT_OK);
-  EXPECT_EQ(number, 250);
-  EXPECT_EQ(ZAL_Events_GetParamNumber(client_, "reading", "missing", &number), ZAL_CLIENT_NOT_AVAILABLE);
+  for (const char* event : {"reading", "other"})
+    EXPECT_EQ(ZAL_Events_GetParamNumber(client_, event, "missing", &number), ZAL_CLIENT_NOT_AVAILABLE);
   EXPECT_EQ(number, 250);
   EXPECT_EQ(ZAL_Events_GetParamDouble(client_, "reading", "factor", &factor), ZAL_CLIENT_OK);
   EXPECT_EQ(factor, 1.5);
-  EXPECT_EQ(ZAL_Events_GetParamBool(client_, "reading", "strict", &flag), ZAL_CLIENT_OK);
-  EXPECT_EQ(flag, 1);
-  EXPECT_EQ(ZAL_Events_GetParamBool(client_, "reading", "missing", &flag), ZAL_CLIENT_OK);
-  EXPECT_EQ(flag, 0);
+  for (const auto& [key, isSet] : {std::pair{"strict", 1}, {"missing", 0}}) {
+    EXPECT_EQ(ZAL_Events_GetParamBool(client_, "reading", key, &flag), ZAL_CLIENT_OK);
+    EXPECT_EQ(flag, isSet) << key;
+  }
   EXPECT_EQ(ZAL_Events_GetParamString(client_, "reading", "unit", text, 4), ZAL_CLIENT_DOES_NOT_FIT);
   EXPECT_STREQ(text, "before");
   EXPECT_EQ(ZAL_Events_GetParamString(client_, "reading", "unit", text, 5), ZAL_CLIENT_OK);
   EXPECT_STREQ(text, "abcd");
 
-  EXPECT_EQ(ZAL_Events_GetParamNumberFromArray(client_, "reading", "limits", &number, "low", 0), ZAL_CLIENT_OK);
-  EXPECT_EQ(number, 3);
-  EXPECT_EQ(ZAL_Events_GetParamNumberFromArray(client_, "reading", "limits", &number, "low", 1), ZAL_CLIENT_OK);
-  EXPECT_EQ(number, 3) << "a missing member leaves the value";
+  for (const auto& [index, status] : {std::pair{0, ZAL_CLIENT_OK}, {1, ZAL_CLIENT_OK}, {2, ZAL_CLIENT_NOT_AVAILABLE}}) {
+    EXPECT_EQ(ZAL_Events_GetParamNumberFromArray(client_, "reading", "limits", &number, "low", index), status);
+    EXPECT_EQ(number, 3) << "a missing member leaves the value";
+  }
   EXPECT_EQ(ZAL_Events_GetParamNumberFromArray(client_, "reading", "limits", nullptr, "low", 0), ZAL_CLIENT_OK);
-  EXPECT_EQ(ZAL_Events_GetParamNumberFromArray(client_, "reading", "limits", &number, "low", 2),
-            ZAL_CLIENT_NOT_AVAILABLE);
   EXPECT_EQ(ZAL_Events_GetParamBoolFromArray(client_, "reading", "limits", &flag, "on", 0), ZAL_CLIENT_OK);
   EXPECT_EQ(flag, 1);
 }
 
 TEST_F(IdleClient, WithoutAConnectionEventSettingsAreNotAvailable) {
   int32_t number = 5;
-
-  EXPECT_EQ(ZAL_Events_GetParamNumber(client_, "reading", "period", &number), ZAL_CLIENT_NOT_AVAILABLE);
-  EXPECT_EQ(ZAL_Events_GetParamNumber(nullptr, "reading", "period", &number), ZAL_CLIENT_NOT_AVAILABLE);
+  for (ZAL_ClientHandle client : {client_, ZAL_ClientHandle{}})
+    EXPECT_EQ(ZAL_Events_GetParamNumber(client, "reading", "period", &number), ZAL_CLIENT_NOT_AVAILABLE);
   EXPECT_EQ(number, 5);
 }
 

@@ -2,22 +2,20 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/prctl.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <filesystem>
-#include <iterator>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <tuple>
 #include <vector>
 
 #include "tests/support/log_capture.hpp"
+#include "tests/support/process.hpp"
 #include "tests/support/temp_dir.hpp"
 #include "tests/support/wait.hpp"
 
@@ -32,25 +30,6 @@ namespace proc = zal::proc;
 /// A stat line from the state on: 4294967297 user and 7 system ticks, 3 threads, 5 GiB and 1023 bytes, 300 pages.
 const std::string kRest =
     " S 1 9 9 0 -1 4194560 1 2 3 4 4294967297 7 0 0 20 0 3 0 17 5368710143 300 18446744073709551615\n";
-
-/// A process that does what `body` says, with async-signal-safe calls alone, until the test ends it.
-class Child {
- public:
-  template <class Body>
-  explicit Child(Body body) : pid{fork()} {
-    if (pid != 0) return;
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    body();
-    for (;;) pause();
-  }
-  ~Child() {
-    kill(pid, SIGKILL);
-    waitpid(pid, nullptr, 0);
-  }
-  [[nodiscard]] std::string file(const std::string& name) const { return "/proc/" + std::to_string(pid) + "/" + name; }
-
-  const pid_t pid;
-};
 
 /// A tree that stands for /proc.
 class ProcessTree : public ::testing::Test {
@@ -142,20 +121,18 @@ TEST(ThisMachine, TellsOfAChildWithAnOddNameAndManyDescriptors) {
     prctl(PR_SET_NAME, "a) (b\n");
   }};
   ZAL_ProcessInfo info{};
-  ASSERT_TRUE(
-      waitUntil([&] { return ZAL_GetProcPidByInt(&info, child.pid) == 0 && info.state == 'S' && *info.comm == 'a'; }));
+  ASSERT_TRUE(waitUntil([&] { return ZAL_GetProcPidByInt(&info, child.pid()) == 0 && info.state == 'S'; }));
   EXPECT_STREQ(info.comm, "a) (b\n");
   const std::string argument = readFile(child.file("cmdline")).c_str();
   EXPECT_EQ(info.cmdline, argument.substr(0, 255));
   std::uint64_t pages = 0;
   std::istringstream{readFile(child.file("statm"))} >> pages;
   EXPECT_EQ(info.vsize, static_cast<std::uint32_t>((pages * static_cast<std::uint64_t>(getpagesize()) >> 10) * 1000));
-  const auto entries = [&](const char* name) { return std::distance(fs::directory_iterator{child.file(name)}, {}); };
-  EXPECT_EQ(info.threads, entries("task"));
-  EXPECT_GE(entries("fd"), 210);
-  EXPECT_EQ(ZAL_CountOpenFileDescriptors(static_cast<std::uint32_t>(child.pid)), entries("fd"));
+  EXPECT_EQ(info.threads, entriesOf(child.file("task")));
+  EXPECT_GE(entriesOf(child.file("fd")), 210);
+  EXPECT_EQ(ZAL_CountOpenFileDescriptors(static_cast<std::uint32_t>(child.pid())), entriesOf(child.file("fd")));
 
-  if (child.pid >= 100) {  // found is the child, or whatever else runs under its name
+  if (child.pid() >= 100) {  // found is the child, or whatever else runs under its name
     EXPECT_TRUE(waitUntil([&] {
       const int found = ZAL_GetProcessPidOf(argument.c_str(), 1);
       return readFile("/proc/" + std::to_string(found) + "/cmdline").c_str() == argument;
@@ -177,49 +154,44 @@ TEST(ThisMachine, HasNoProcessForWhatNamesNone) {
 
 TEST(ThisMachine, HasNoTableWhileNothingCanBeOpened) {
   const LogCapture log;
-  rlimit usual{};
-  getrlimit(RLIMIT_NOFILE, &usual);
-  const rlimit none{0, usual.rlim_max};
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
   ZAL_ProcessInfo record{};
   ZAL_ProcessInfo* tables[] = {&record, &record};
   std::uint32_t counts[] = {7, 7};
-  EXPECT_EQ(ZAL_GetProcesses(&tables[0], &counts[0]), -1);
-  ZAL_GetProcessSummary(&tables[1], &counts[1]);
-  EXPECT_EQ(ZAL_GetProcessCmdline(""), nullptr);
-  setrlimit(RLIMIT_NOFILE, &usual);
-
+  withoutDescriptors([&] {
+    EXPECT_EQ(ZAL_GetProcesses(&tables[0], &counts[0]), -1);
+    ZAL_GetProcessSummary(&tables[1], &counts[1]);
+    EXPECT_EQ(ZAL_GetProcessCmdline(""), nullptr);
+  });
   EXPECT_THAT(tables, Each(IsNull()));
   EXPECT_THAT(counts, Each(0U));
   EXPECT_EQ(log.count("Could not open /proc\n"), 2) << log.text();
   EXPECT_EQ(log.count("ZAL_GetProcesses() failed\n"), 1) << log.text();
 }
 
-TEST(ThisMachine, ShowsABusyChildInTheSummary) {
-  const Child child{[] {
-    for (volatile bool busy = true; busy;) continue;
+TEST(ThisMachine, ShowsABusyProcessInTheSummary) {
+  const std::jthread spinner{[](const std::stop_token& stop) {
+    while (!stop.stop_requested()) continue;
   }};
   std::uint32_t count = 0;
   ASSERT_TRUE(waitUntil([&] {
     ZAL_ProcessInfo* table = nullptr;
     ZAL_GetProcessSummary(&table, &count);
     const proc::Table owner{zal::CPtr<ZAL_ProcessInfo>{table}, count};
-    const auto found = std::ranges::find(owner.span(), child.pid, &ZAL_ProcessInfo::pid);
+    const auto found = std::ranges::find(owner.span(), getpid(), &ZAL_ProcessInfo::pid);
     return count == ZAL_PROCESSES_MAX || (found != owner.span().end() && found->cpuUsage > 0);
   }));
-  if (count == ZAL_PROCESSES_MAX) GTEST_SKIP() << "the child may be behind the last process of the table";
+  if (count == ZAL_PROCESSES_MAX) GTEST_SKIP() << "this process may be behind the last one of the table";
 }
 
 TEST(State, IsNamedAsFarAsItFits) {
-  std::array<char, 32> buffer{};
-  std::string names;
-  for (const char letter : {'D', 'N', 'R', 'S', 'T', 'Z', 'I'}) {
-    ZAL_ConvertStateToString(letter, buffer.data(), buffer.size());
-    names.append(buffer.data()).append(" ");
+  using Row = std::tuple<char, std::size_t, std::string>;
+  for (const auto& [letter, size, name] :
+       {Row{'D', 32, "uninterruptableSleep"}, Row{'N', 32, "lowPriority"}, Row{'R', 32, "runQueue"}, Row{'S', 4, "sle"},
+        Row{'T', 32, "stopped"}, Row{'Z', 32, "zombie"}, Row{'I', 32, "unknown"}}) {
+    std::array<char, 32> buffer{};
+    ZAL_ConvertStateToString(letter, buffer.data(), size);
+    EXPECT_EQ(buffer.data(), name);
   }
-  EXPECT_EQ(names, "uninterruptableSleep lowPriority runQueue sleeping stopped zombie unknown ");
-  ZAL_ConvertStateToString('S', buffer.data(), 4);
-  EXPECT_STREQ(buffer.data(), "sle");
   ZAL_ConvertStateToString('R', nullptr, 4);
 }
 

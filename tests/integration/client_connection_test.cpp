@@ -1,8 +1,8 @@
 // The connection to the agent: what is said first, how the client comes back, and which callbacks tell of it.
-#include <cstdlib>
 #include <mutex>
 
 #include "tests/integration/client_with_agent.hpp"
+#include "tests/support/data_model.hpp"
 
 namespace zal::test {
 namespace {
@@ -46,13 +46,8 @@ class ClientConnection : public ClientWithAgent {
   explicit ClientConnection(bool isOverTcp = false) : ClientWithAgent{isOverTcp} { events_.follow(client_.get()); }
 
   [[nodiscard]] std::string configuration() const {
-    ZAL_ObjectHandle copy = ZAL_Client_GetConfiguration(client_.get(), "");
-    if (copy == nullptr) return "(none)";
-    char* text = ZAL_Object_DumpOutput(copy);
-    std::string result{text};
-    std::free(text);
-    ZAL_Object_Destroy(copy);
-    return result;
+    const HandlePtr copy{ZAL_Client_GetConfiguration(client_.get(), "")};
+    return copy == nullptr ? "(none)" : textOf(copy.get());
   }
 
   Events events_;

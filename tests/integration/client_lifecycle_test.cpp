@@ -1,16 +1,12 @@
 // Starting, stopping and destroying: in the middle of traffic, from a handler, and often.
-#include <filesystem>
 #include <future>
 #include <thread>
 
 #include "tests/integration/client_with_agent.hpp"
+#include "tests/support/process.hpp"
 
 namespace zal::test {
 namespace {
-
-long entriesOf(const char* directory) {
-  return std::distance(std::filesystem::directory_iterator{directory}, std::filesystem::directory_iterator{});
-}
 
 using ClientLifecycle = ClientWithAgent;
 
