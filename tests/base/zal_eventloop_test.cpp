@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "tests/support/log_capture.hpp"
+#include "tests/support/loop.hpp"
 #include "tests/support/temp_dir.hpp"
 #include "tests/support/wait.hpp"
 
@@ -77,17 +78,7 @@ class EventLoop : public ::testing::Test {
     ZAL_EventLoop_Destroy(loop_);
     loop_ = nullptr;
   }
-  /// Runs `body` on the loop thread and waits for it.
-  void onLoopThread(const Body& body) {
-    std::atomic<bool> isDone{false};
-    Body all = [&] {
-      body();
-      isDone = true;
-    };
-    uv_timer_t* timer = ZAL_EventLoop_StartTimer(loop_, runBody, 0, 0, &all);
-    EXPECT_TRUE(waitUntil([&] { return isDone.load(); }));
-    ZAL_EventLoop_StopTimer(loop_, timer);
-  }
+  void onLoopThread(const Body& body) { runOnLoop(loop_, body); }
   /// Opens an async of the test's own on the loop, to be closed by closeHandle().
   void openHandle(uv_async_t& async, Body& onClosed) {
     EXPECT_EQ(uv_async_init(ZAL_EventLoop_GetLoop(loop_), &async, nullptr), 0);

@@ -28,6 +28,11 @@ std::string reportOf(const std::string& text, int code = -1) {
   return "ZAL ERROR: " + text + " - code:" + std::to_string(code) + " at core/base/zal_json: ";
 }
 
+/// Twenty times as much may cost a hundred times as much, but not four hundred times.
+void expectLinear(std::clock_t (*cost)(int count)) {
+  EXPECT_LT(cost(20000), 100 * (cost(1000) + CLOCKS_PER_SEC / 10000));
+}
+
 TEST(JsonAdds, HoldOnlyWhatBothFiltersLetThrough) {
   const JsonPtr top{json_Initialize()};
   const char* a = "?include=system";
@@ -43,9 +48,7 @@ TEST(JsonAdds, HoldOnlyWhatBothFiltersLetThrough) {
   json_AddCountingNumberOrNull(cpu, a, b, top.get(), "sockets", 0);
   json_AddBool(json_AddArrayElement(json_AddArray(system, a, b, top.get(), "disks")), a, b, top.get(), "ssd", 2);
   EXPECT_EQ(json_AddObject(top.get(), a, b, top.get(), "network"), nullptr);
-  EXPECT_EQ(json_CheckFilter(system, a, b, top.get(), "cpu") +
-                json_CheckFilter(system, "system/cpu/load", b, top.get(), "cpu"),
-            1);
+  EXPECT_EQ(json_CheckFilter(system, "system/cpu/load", b, top.get(), "cpu"), 0);
   EXPECT_EQ(json_CheckFilterLoose(system, "system/cpu/load", b, top.get(), "cpu"), 1);
   EXPECT_EQ(json_CheckFilter(cpu, a, b, nullptr, "temp"), 0);  // without a top node the identifier is the key
 
@@ -70,7 +73,7 @@ TEST(JsonAdds, PutKeyedMembersOfAnArrayIntoObjectsOfTheirOwn) {
 }
 
 TEST(JsonAdds, CostTheSameHoweverLargeTheDocumentIs) {
-  const auto fill = [](int count) {  // two lists of objects, side by side
+  expectLinear([](int count) {  // two lists of objects, side by side
     const JsonPtr top{cJSON_CreateObject()};
     cJSON* lists[] = {cJSON_AddArrayToObject(top.get(), "a"), cJSON_AddArrayToObject(top.get(), "b")};
     return cpuTime([&] {
@@ -79,8 +82,7 @@ TEST(JsonAdds, CostTheSameHoweverLargeTheDocumentIs) {
         ASSERT_NE(json_AddNull(object, "?exclude=z", "/", top.get(), "n"), nullptr);
       }
     });
-  };
-  EXPECT_LT(fill(20000), 100 * (fill(1000) + CLOCKS_PER_SEC / 10000));
+  });
 }
 
 TEST(JsonAdds, ReportWhatCannotBeAddedAndNotWhatIsRejected) {
@@ -101,12 +103,12 @@ TEST(JsonAdds, ReportWhatCannotBeAddedAndNotWhatIsRejected) {
 }
 
 TEST(JsonDocument, LosesItsEmptyContainersAndNothingElse) {
-  using Row = std::tuple<const char*, const char*>;
-  for (const auto& [json, left] :
-       {Row{R"({"a":[]})", "{}"}, Row{R"([[],[{"b":{}},1],{}])", "[[1]]"}, Row{R"({"a":null,"b":""})", nullptr}}) {
+  for (const auto& [json, left] : {std::pair{R"({"a":[]})", "{}"},
+                                   {R"([[],[{"b":{}},1],{}])", "[[1]]"},
+                                   {R"({"a":null,"b":""})", R"({"a":null,"b":""})"}}) {
     const JsonPtr document = parseDocument(json);
     json_PruneEmptyObjects(document.get(), nullptr);
-    EXPECT_EQ(textOf(document), left == nullptr ? json : left);
+    EXPECT_EQ(textOf(document), left);
   }
   const JsonPtr parent = parseDocument(R"({"a":{"b":[]},"c":1})");
   json_PruneEmptyObjects(parent->child, parent.get());
@@ -123,12 +125,11 @@ TEST(JsonDocument, IsEmptyWhenItHoldsNoValue) {
 }
 
 TEST(JsonDocument, HidesMembersBehindNull) {
-  using Row = std::tuple<const char*, const char*>;
   for (const auto& [json, left] :
-       {Row{R"({"k":1,"a":{"k":2}})", R"({"a":{"k":2},"k":null})"},  // the visit ends where the key was found
-        Row{R"({"a":[{"k":{"k":1}},{"b":{"k":"x","K":3}}],"k":{},"c":4})",
-            R"({"a":[{"k":null},{"b":{"K":3,"k":null}}],"c":4,"k":null})"},
-        Row{R"({"a":1})", R"({"a":1})"}, Row{"\"k\"", "\"k\""}}) {
+       {std::pair{R"({"k":1,"a":{"k":2}})", R"({"a":{"k":2},"k":null})"},  // the visit ends where the key was found
+        {R"({"a":[{"k":{"k":1}},{"b":{"k":"x","K":3}}],"k":{},"c":4})",
+         R"({"a":[{"k":null},{"b":{"K":3,"k":null}}],"c":4,"k":null})"},
+        {"\"k\"", "\"k\""}}) {
     const JsonPtr document = parseDocument(json);
     json_NullObject("k", document.get());
     EXPECT_EQ(textOf(document), left);
@@ -167,16 +168,15 @@ TEST(JsonDocument, IsWalkedOnASmallStackHoweverDeepItIs) {
 }
 
 TEST(JsonDocument, IsCleanedInLinearTime) {
-  const auto cost = [](int count) {
+  expectLinear([](int count) {
     const JsonPtr list{cJSON_CreateArray()};
-    for (int i = 0; i < count; ++i)
+    for (int i = 0; i < 10 * count; ++i)
       cJSON_AddItemToArray(list.get(), i % 2 != 0 ? cJSON_CreateNumber(i) : cJSON_CreateObject());
     return cpuTime([&] {
       json_PruneEmptyObjects(list.get(), nullptr);
       applyArrayRange(list.get(), "100:100");
     });
-  };
-  EXPECT_LT(cost(200000), 100 * (cost(10000) + CLOCKS_PER_SEC / 10000));
+  });
 }
 
 TEST(JsonDocument, LeavesTheChildrenOfAReferenceAlone) {
@@ -197,12 +197,10 @@ TEST(JsonDocument, LeavesTheChildrenOfAReferenceAlone) {
 TEST(JsonFilterTest, ComparesIdentifiersWithTheOnePartThatDecides) {
   using Row = std::tuple<const char*, const char*, int, int>;  // filter, identifier, strict, loose
   for (const auto& [filter, identifier, strict, loose] :
-       {Row{nullptr, "a", 1, 1}, Row{"", "a", 1, 1}, Row{"/", "a", 1, 1}, Row{"//", "a", 0, 0}, Row{"//a", "a", 0, 0},
-        Row{"system", "system/cpu", 1, 1}, Row{"system", "systemd", 0, 1}, Row{"system/cpu", "sys", 0, 1},
-        Row{"system", nullptr, 0, 1}, Row{"?x=1", "a", 1, 1}, Row{"s?x=1", "a", 0, 0}, Row{"a b%", "x", 0, 0},
-        Row{"s?include=a&exclude=a/b", "s/a/b", 1, 1},  // the include part alone
-        Row{"s?include=a/b", "s/a", 0, 1}, Row{"s?include=a+b", "s/bc", 0, 0}, Row{"?include=", "a", 0, 0},
-        Row{"s?exclude=a", "s/a/b", 0, 0}, Row{"s?exclude=a", "t", 1, 1},  // the path does not count
+       {Row{nullptr, "a", 1, 1}, Row{"", "a", 1, 1}, Row{"/", "a", 1, 1}, Row{"//a", "a", 0, 0},
+        Row{"system", "systemd", 0, 1}, Row{"system", nullptr, 0, 1}, Row{"?x=1", "a", 1, 1}, Row{"s?x=1", "a", 0, 0},
+        Row{"a b%", "x", 0, 0}, Row{"s?include=a&exclude=a/b", "s/a/b", 1, 1},  // the include part alone
+        Row{"?include=", "a", 0, 0}, Row{"s?exclude=a", "t", 1, 1},             // the path does not count
         Row{"s%2Fa", "s/a", 1, 1}}) {
     EXPECT_EQ(jsonFilterTest(filter, identifier, 1), strict) << filter << " strict " << identifier;
     EXPECT_EQ(jsonFilterTest(filter, identifier, 0), loose) << filter << " loose " << identifier;
@@ -210,40 +208,33 @@ TEST(JsonFilterTest, ComparesIdentifiersWithTheOnePartThatDecides) {
 }
 
 TEST(JsonRange, KeepsARunOfAnArray) {
-  using Row = std::tuple<const char*, const char*>;
-  const char* whole = "[0,1,2,3,4,5,6,7,8,9]";
-  for (const auto& [range, left] : {Row{"2:3", "[2,3,4]"},
-                                    Row{"8:5", "[8,9]"},
+  using Row = std::tuple<std::string, const char*>;
+  const char* whole = "[0,1,2,3,4]";
+  for (const auto& [range, left] : {Row{"2:2", "[2,3]"},
+                                    Row{"3:5", "[3,4]"},
                                     Row{"3:0", "[]"},
-                                    Row{"10:1", "[]"},
-                                    Row{"7:", "[7,8,9]"},
-                                    Row{"7:x", "[7,8,9]"},
-                                    Row{":3", "[7,8,9]"},
-                                    Row{"-1:2", "[8,9]"},
-                                    Row{" 1:2", "[8,9]"},
-                                    Row{"+1:2", "[8,9]"},
-                                    Row{"x:2", "[8,9]"},
+                                    Row{"5:1", "[]"},
+                                    Row{"3:", "[3,4]"},
+                                    Row{"3:x", "[3,4]"},
+                                    Row{":3", "[2,3,4]"},
+                                    Row{"-1:2", "[3,4]"},
+                                    Row{" 1:2", "[3,4]"},
                                     Row{":0", "[]"},
                                     Row{":99", whole},
-                                    Row{"4", "[4]"},
                                     Row{"4x", "[4]"},
-                                    Row{"10", "[]"},
-                                    Row{"1:99999999999999999999999", "[1,2,3,4,5,6,7,8,9]"},
+                                    Row{"5", "[]"},
+                                    Row{"1:99999999999999999999999", "[1,2,3,4]"},
                                     Row{"99999999999999999999999:", "[]"},
                                     Row{"18446744073709551615:18446744073709551615", "[]"},
                                     Row{"x", whole},
                                     Row{":", whole},
                                     Row{"", whole},
-                                    Row{"-1", whole},
                                     Row{":-1", whole},
-                                    Row{nullptr, whole}}) {
+                                    Row{std::string(126, '0') + "12", "[1]"}}) {  // read up to 127 characters
     const JsonPtr array = parseDocument(whole);
-    applyArrayRange(array.get(), range);
-    EXPECT_EQ(textOf(array), left) << (range == nullptr ? "null" : range);
+    applyArrayRange(array.get(), range.c_str());
+    EXPECT_EQ(textOf(array), left) << range;
   }
-  const JsonPtr array = parseDocument(whole);
-  applyArrayRange(array.get(), (std::string(126, '0') + "12").c_str());  // read up to 127 characters
-  EXPECT_EQ(textOf(array), "[1]");
 }
 
 TEST(JsonRange, CutsWhatThePathsOfARequestLeadTo) {
@@ -253,13 +244,11 @@ TEST(JsonRange, CutsWhatThePathsOfARequestLeadTo) {
   for (const auto& [request, json, left, reports] :
        {Row{"e/p?range=1", ports, R"({"e":[{"p":[2],"q":0},{},{"p":[4]}]})", 0},
         Row{"/e/x/p/?range=1", ports, R"({"e":[{"p":[2],"q":0},{},{"p":[4]}]})", 0},  // no element has an "x"
-        Row{"e?range=1:1", ports, R"({"e":[{}]})", 0}, Row{"e/x?range=0", ports, ports, 0},
-        Row{"e/q/z?range=0", ports, ports, 1}, Row{"x?range=0", ports, ports, 1}, Row{"e/p/z?range=0", ports, ports, 0},
-        Row{"?range=:1", "[1,2]", "[2]", 0}, Row{"?range=0", R"({"a":[1]})", R"({"a":[1]})", 0},
+        Row{"e/x?range=0", ports, ports, 0}, Row{"e/q/z?range=0", ports, ports, 1}, Row{"x?range=0", ports, ports, 1},
         Row{"s/?include=a++b+c&range=0", lists, R"({"s":{"a":[1],"b":[3],"ab":[5]}})", 1},
         Row{"s/a?include=b&range=1", lists, R"({"s":{"a":[1,2],"b":[3,4],"ab":[]}})", 0},  // nothing between them
-        Row{"s/a?include=&range=1", lists, lists, 0}, Row{"s/a", lists, lists, 0}, Row{"", lists, lists, 0},
-        Row{"s/a?range=", lists, lists, 0}, Row{nullptr, lists, lists, 0}}) {
+        Row{"s/a?include=&range=1", lists, lists, 0}, Row{"s/a?range=", lists, lists, 0},
+        Row{nullptr, lists, lists, 0}}) {
     const LogCapture errors;
     const JsonPtr document = parseDocument(json);
     json_PruneArrayRangeObjects(document.get(), request);
@@ -268,7 +257,7 @@ TEST(JsonRange, CutsWhatThePathsOfARequestLeadTo) {
   }
 }
 
-TEST(JsonDocument, IsStampedWithAHeader) {
+TEST(JsonDocument, IsStampedWithAHeaderOrAnError) {
   const timeval time{1700000000, 250000};
   using Row = std::tuple<const char*, uint32_t, const char*, int, const char*>;
   for (const auto& [description, version, metadata, result, left] :
@@ -276,7 +265,6 @@ TEST(JsonDocument, IsStampedWithAHeader) {
             R"({"version":4294967295,"description":"d","timestamp":1700000000.25,"metadata":{"m":[1]}})"},
         Row{"", 0, "{}", 0, R"({"timestamp":1700000000.25,"metadata":"{}"})"},
         Row{nullptr, 0, "", 0, R"({"timestamp":1700000000.25})"},
-        Row{nullptr, 0, "{bad}", -1, R"({"timestamp":1700000000.25})"},
         Row{nullptr, 0, "{}}", -1, R"({"timestamp":1700000000.25})"}}) {
     const LogCapture errors;
     const JsonPtr object{cJSON_CreateObject()};
@@ -285,17 +273,13 @@ TEST(JsonDocument, IsStampedWithAHeader) {
     EXPECT_EQ(errors.count(reportOf("Failed to parse metadata into JSON string")), -result);
   }
   const LogCapture errors;
-  EXPECT_EQ(json_GenerateHeader(nullptr, nullptr, "d", nullptr, 0, nullptr), -1);
-  EXPECT_EQ(errors.count(reportOf("Unable to create JSON string")), 1);
-}
-
-TEST(JsonDocument, TakesAnError) {
-  const LogCapture errors;
   const JsonPtr object{cJSON_CreateObject()};
   EXPECT_EQ(json_GenerateError(object.get(), -7, "why"), 0);
   EXPECT_EQ(textOf(object), R"({"error":{"code":-7,"message":"why"}})");
-  EXPECT_EQ(json_GenerateError(nullptr, 1, "why") + json_GenerateError(object.get(), 1, nullptr), -2);
-  EXPECT_EQ(errors.count(reportOf("unable to add error json object")), 2);
+  EXPECT_EQ(json_GenerateError(object.get(), 1, nullptr), -1);
+  EXPECT_EQ(json_GenerateHeader(nullptr, nullptr, "d", nullptr, 0, nullptr), -1);
+  EXPECT_EQ(errors.count(reportOf("unable to add error json object")), 1);
+  EXPECT_EQ(errors.count(reportOf("Unable to create JSON string")), 1);
 }
 
 TEST(JsonDocument, IsJudgedByTheFirstRuleThatHolds) {
@@ -308,8 +292,7 @@ TEST(JsonDocument, IsJudgedByTheFirstRuleThatHolds) {
         Row{empty, "a/b", 0, nullptr, 404, "Invalid resource:a/b"},
         Row{empty, "a?b", 0, nullptr, 400, "Invalid query:a?b, try help"},
         Row{R"({"a":[1]})", "a?range=1", 0, nullptr, 400, "Invalid query:a?range=1, try help"},
-        Row{empty, "", 0, nullptr, 500, "Plugin error - no data"},
-        Row{empty, nullptr, 0, nullptr, 500, "Plugin error - no data"}}) {
+        Row{empty, "", 0, nullptr, 500, "Plugin error - no data"}}) {
     const JsonPtr answer = parseDocument(json);
     char buffer[64] = "untouched";
     EXPECT_EQ(json_CheckPluginError(answer.get(), request, errors, message, buffer, sizeof buffer), status) << text;
@@ -339,36 +322,30 @@ TEST(JsonDocument, IsPrintedIntoTheCallersBuffer) {
 }
 
 TEST(JsonFormatTimeval, WritesUtcAndTellsWhatItNeeds) {
+  constexpr bool kIsWide = sizeof(time_t) == 8;
+  constexpr time_t kLast = std::numeric_limits<time_t>::max();
   using Row = std::tuple<timeval, std::size_t, ssize_t, const char*>;
-  constexpr time_t kNoDate = std::numeric_limits<time_t>::max();
   for (const auto& [time, size, result, text] :
-       {Row{{0, 5}, 64, 27, "1970-01-01T00:00:00.000005Z"}, Row{{0, 5}, 28, 27, "1970-01-01T00:00:00.000005Z"},
-        Row{{0, 5}, 23, 27, "1970-01-01T00:00:00.00"}, Row{{-1, 0}, 20, 27, "1969-12-31T23:59:59"},
-        Row{{0, 5}, 19, 0, "-"}, Row{{0, 5}, 0, 0, "-"},
-        Row{{kNoDate, 0},
-            64,
-            sizeof(time_t) == 8 ? -1 : 27,
-            sizeof(time_t) == 8 ? "-" : "2038-01-19T03:14:07.000000Z"}}) {
+       {Row{{0, 5}, 28, 27, "1970-01-01T00:00:00.000005Z"}, Row{{0, 5}, 23, 27, "1970-01-01T00:00:00.00"},
+        Row{{-1, 0}, 20, 27, "1969-12-31T23:59:59"}, Row{{0, 5}, 19, 0, "-"}, Row{{0, 5}, 0, 0, "-"},
+        Row{{kLast, 0}, 64, kIsWide ? -1 : 27, kIsWide ? "-" : "2038-01-19T03:14:07.000000Z"}}) {
     char buffer[64] = "-";
     EXPECT_EQ(json_FormatTimeval(&time, buffer, size), result);
     EXPECT_STREQ(buffer, text);
   }
 }
 
-TEST(JsonDocument, FindsDirectMembersByTheirExactKey) {
+TEST(JsonDocument, MayBeNullAndIsSearchedByExactKeys) {
   const JsonPtr document = parseDocument(R"({"A":1,"b":{"a":2},"a":3,"a":4})");
   EXPECT_EQ(json_FindElement(document.get(), "a")->valueint, 3);
-  EXPECT_EQ(json_FindElement(document.get(), "B"), nullptr);
   EXPECT_EQ(json_FindElement(parseDocument("[1]").get(), ""), nullptr);
-}
 
-TEST(JsonDocument, MayBeNull) {
   const LogCapture errors;
   json_Uninitialize(nullptr);
   json_PruneEmptyObjects(nullptr, nullptr);
   json_PruneArrayRangeObjects(nullptr, "?range=1");
   pruneRangePath(nullptr, "a", "1");
-  applyArrayRange(nullptr, "1");
+  applyArrayRange(nullptr, nullptr);
   json_NullObject(nullptr, nullptr);
   EXPECT_EQ(json_IsEmptyObjects(nullptr) + json_IsEmpty(nullptr), 2);
   EXPECT_EQ(json_FindElement(nullptr, nullptr), nullptr);

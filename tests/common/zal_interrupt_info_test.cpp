@@ -1,7 +1,6 @@
 #include "common/zal_interrupt_info.hpp"
 
 #include <zal/zal_log.h>
-#include <zal/zal_object.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -19,7 +18,7 @@
 #include <vector>
 
 #include "support/line_reader.hpp"
-#include "support/memory.hpp"
+#include "tests/support/data_model.hpp"
 #include "tests/support/log_capture.hpp"
 #include "tests/support/temp_dir.hpp"
 
@@ -74,17 +73,15 @@ TEST(InterruptTable, HasAnEntryForEachLineAndASumForEachColumn) {
 }
 
 TEST(InterruptTable, TakesAnyTextAndNoMoreThanEightProcessors) {
-  std::string text;
-  std::string line = "\n 1:";
-  for (int k = 0; k < 12; ++k) {
-    text += "   CPU" + std::to_string(k);
-    line += std::string(10, ' ') + std::to_string(k % 10);
-  }
-  const auto many = read(text + line + "  chip", {12, 12});
-  EXPECT_EQ(countersOf(many->types[0], 8), (Counters{0, 1, 2, 3, 4, 5, 6, 7}));
-  EXPECT_STREQ(many->types[0].description, "8          9          0          1  chip");
-  EXPECT_EQ(read(text + line, {3, 12})->cpu[3].present, 0) << "as many columns as processors are online";
-  EXPECT_EQ(countersOf(read(text + line, {12, 2})->types[0], 3), (Counters{0, 1, 0}));
+  const std::string many =
+      "CPU0 CPU1 CPU2 CPU3 CPU4 CPU5 CPU6 CPU7 CPU8\n"
+      " 1:          0          1          2          3          4          5          6          7"
+      "          8  chip";
+  const auto wide = read(many, {12, 12});
+  EXPECT_EQ(countersOf(wide->types[0], 8), (Counters{0, 1, 2, 3, 4, 5, 6, 7}));
+  EXPECT_STREQ(wide->types[0].description, "8  chip");
+  EXPECT_EQ(read(many, {3, 12})->cpu[3].present, 0) << "as many columns as processors are online";
+  EXPECT_EQ(countersOf(read(many, {12, 2})->types[0], 3), (Counters{0, 1, 0}));
 
   const std::string longLine = std::string(300, 'n') + ":" + std::string(300, '9') + std::string(300, 'd');
   const auto hostile = read("CPU0 CPU0 CPU CPU99999999999999999999 CPU-1 CPU1 CPU8\n" + longLine +
@@ -158,11 +155,8 @@ TEST(InterruptTotals, ComeFromTheirTwoLinesHoweverLongOthersAre) {
 
 TEST(InterruptTotals, AreThoseOfThisMachine) {
   const auto switches = [] {
-    std::ifstream file{"/proc/stat"};
-    std::uint64_t count = 0;
-    for (std::string word; file >> word;)
-      if (word == "ctxt") file >> count;
-    return static_cast<std::uint32_t>(count);
+    const std::string text = readFile("/proc/stat");
+    return static_cast<std::uint32_t>(std::stoull(text.substr(text.find("ctxt ") + 5)));
   };
   ZAL_InterruptInfo info{};
   const std::uint32_t before = switches();
@@ -202,15 +196,12 @@ TEST(NumericLocale, OfTheEnvironmentIsSetAndLeavesJsonAlone) {
   static_cast<void>(ZAL_GetInterruptCount(&info));
   if (std::string{std::localeconv()->decimal_point} != ",") GTEST_SKIP() << "no locale with a comma can be made here";
 
-  const std::string json = "{\"measured\":1.5}";
-  const ZAL_ObjectHandle object = ZAL_Object_CreateFromJson(json.c_str(), json.size());
+  const HandlePtr object = parse(R"({"measured":1.5})");
   double measured = 0;
-  EXPECT_EQ(ZAL_Object_GetDouble(object, "measured", &measured), 1);
+  EXPECT_EQ(ZAL_Object_GetDouble(object.get(), "measured", &measured), 1);
   EXPECT_EQ(measured, 1.5);
-  ZAL_Object_AddDouble(object, "added", 2.25);
-  const zal::CPtr<char> text{ZAL_Object_DumpOutput(object)};
-  EXPECT_STREQ(text.get(), "{\"measured\":1.5,\"added\":2.250000}");
-  ZAL_Object_Destroy(object);
+  ZAL_Object_AddDouble(object.get(), "added", 2.25);
+  EXPECT_EQ(textOf(object.get()), R"({"measured":1.5,"added":2.250000})");
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "tests/support/loop.hpp"
 #include "tests/support/wait.hpp"
 #include "tests/support/wire_image.hpp"
 
@@ -58,21 +59,8 @@ class Side {
     clients_.clear();  // no other thread is left
   }
 
-  /// Runs `body` on the loop thread and waits for it. What has arrived at the loop's sockets before is read before.
-  void onLoop(const std::function<void()>& body) {
-    std::atomic<bool> isDone{false};
-    std::function<void()> all = [&] {
-      body();
-      isDone = true;
-    };
-    const auto run = [](uv_timer_t* timer) {
-      (*static_cast<std::function<void()>*>(ZAL_EventLoop_GetTimerContext(timer)))();
-    };
-    // After a millisecond's rest, so that the loop sees what happens in `body` in the order in which it happens.
-    uv_timer_t* const timer = ZAL_EventLoop_StartTimer(loop, run, 1, 0, &all);
-    EXPECT_TRUE(waitUntil([&] { return isDone.load(); }));
-    ZAL_EventLoop_StopTimer(loop, timer);
-  }
+  void onLoop(const std::function<void()>& body) { runOnLoop(loop, body); }
+  /// What has arrived at the loop's sockets is read.
   void settle() {
     onLoop([] {});
   }

@@ -1,15 +1,12 @@
 #include "tests/support/stand_in_agent.hpp"
 
 #include <gtest/gtest.h>
-#include <linux/sockios.h>
 #include <netinet/in.h>
 #include <poll.h>
-#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <system_error>
@@ -49,12 +46,6 @@ bool sendAll(int socket, std::string_view bytes) {
     bytes.remove_prefix(static_cast<std::size_t>(sent));
   }
   return true;
-}
-
-/// Unix-domain: the client has read everything. TCP: it stands in the client's receive buffer.
-bool isTaken(int socket) {
-  int waiting = 0;
-  return ioctl(socket, SIOCOUTQ, &waiting) != 0 || waiting == 0;
 }
 
 }  // namespace
@@ -112,14 +103,6 @@ bool StandInAgent::send(const WireImage& image, int connection) {
 bool StandInAgent::sendBytes(std::string_view bytes, int connection) {
   const std::lock_guard hold{mutex_};
   return sendAll(find(connection), bytes);
-}
-
-bool StandInAgent::sendByteByByte(std::string_view bytes) {
-  const std::lock_guard hold{mutex_};
-  const int socket = find(kNewest);
-  return std::all_of(bytes.begin(), bytes.end(), [&](const char& byte) {
-    return sendAll(socket, {&byte, 1}) && waitUntil([&] { return isTaken(socket); });
-  });
 }
 
 void StandInAgent::die() {

@@ -53,8 +53,6 @@ class StandInAgent {
   /// Sends to one connection, or to the newest; false when there is none or it broke.
   bool send(const WireImage& image, int connection = kNewest);
   bool sendBytes(std::string_view bytes, int connection = kNewest);
-  /// One byte at a time to the newest, each after the client's side has taken the one before.
-  bool sendByteByByte(std::string_view bytes);
 
   /// As if the agent's process had died (the socket file of a path stays) and come back. listen() takes the same URL.
   void die();
