@@ -15,6 +15,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -121,7 +122,6 @@ TEST_F(EventLoop, RefusesWhatItCannotUse) {
     Body call;
   } cases[] = {
       {"Invalid handle to EventLoop_Run", [] { ZAL_EventLoop_Run(nullptr); }},
-      {"Invalid handle to EventLoop_Destroy", [] { ZAL_EventLoop_Destroy(nullptr); }},
       {"Invalid input parameter to StopPoll\n", [&] { ZAL_EventLoop_StopPoll(loop_, nullptr); }},
       {"StartTimer\n", [&] { EXPECT_EQ(ZAL_EventLoop_StartTimer(loop_, nullptr, 0, 0, nullptr), nullptr); }},
       {"CloseHandle\n", [&] { ZAL_EventLoop_CloseHandle(loop_, nullptr, nullptr); }},
@@ -322,9 +322,10 @@ TEST_F(EventLoop, HoldsSigpipeBackFromItsThreadAndFromNothingElse) {
 TEST(DefaultLoop, IsSharedAndRunsOnTheCallingThread) {
   const LogCapture log;
   std::array<ZAL_EventLoopContext, 8> shares{};
-  std::vector<std::thread> creators;
-  for (auto& share : shares) creators.emplace_back([&] { share = ZAL_EventLoop_Create(1, "default"); });
-  for (std::thread& creator : creators) creator.join();
+  {
+    std::vector<std::jthread> creators;
+    for (auto& share : shares) creators.emplace_back([&] { share = ZAL_EventLoop_Create(1, "default"); });
+  }
   ZAL_EventLoopContext loop = shares[0];
   EXPECT_THAT(shares, ::testing::Each(loop));
   EXPECT_EQ(ZAL_EventLoop_GetLoop(loop), uv_default_loop());
@@ -408,11 +409,9 @@ TEST_F(EventLoop, ReportsFilesUntilTheWatchIsStopped) {
 
   writeFile(dir.file("first"), "");
   writeFile(dir.file("second"), "");
-  const int appended = open(dir.file("old").c_str(), O_WRONLY | O_CLOEXEC);
-  EXPECT_EQ(write(appended, "x", 1), 1);
-  close(appended);
-  EXPECT_TRUE(waitUntil([] { return reports.has("first") && reports.has("second"); }));
-  EXPECT_TRUE(waitUntil([] { return reports.has(""); })) << "an event without a name has an empty one";
+  std::filesystem::resize_file(dir.file("old"), 1);
+  for (const char* name : {"first", "second", ""})  // an event without a name has an empty one
+    EXPECT_TRUE(waitUntil([&] { return reports.has(name); })) << name;
 
   reports.isStopping = true;
   writeFile(dir.file("third"), "");

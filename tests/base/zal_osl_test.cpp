@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <fstream>
 #include <limits>
 #include <optional>
 #include <string>
@@ -109,16 +108,10 @@ TEST(MemoryFigures, StayAsTheyWereWhereTheTextHasNone) {
 }
 
 TEST(MemoryFigures, AreThoseOfThisMachine) {
-  std::uint64_t total = 0;
-  std::string label;
-  std::ifstream{"/proc/meminfo"} >> label >> total;
-
   ZAL_MemoryInfo info{};
-  EXPECT_EQ(ZAL_Osl_GetMemoryInfo(&info), 0);
-  EXPECT_EQ(info.total, total);
-  EXPECT_TRUE(0 < info.free && info.free <= total);
-  EXPECT_TRUE(0 < info.available && info.available <= total);
-  EXPECT_EQ(ZAL_Osl_GetMemoryInfo(nullptr), 0);
+  EXPECT_EQ(ZAL_Osl_GetMemoryInfo(&info) + ZAL_Osl_GetMemoryInfo(nullptr), 0);
+  EXPECT_TRUE(readFile("/proc/meminfo").find(" " + std::to_string(info.total) + " kB") < 40) << info.total;
+  for (const std::uint64_t part : {info.free, info.available}) EXPECT_TRUE(0 < part && part <= info.total) << part;
 }
 
 }  // namespace

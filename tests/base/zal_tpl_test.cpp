@@ -35,30 +35,20 @@ TEST_F(TplMap, DumpsTheDocumentedImagesByteForByte) {
 }
 
 TEST_F(TplMap, FindsValuesWhereTheCompilerPutsThem) {
-  std::int64_t I = -2;
   std::int32_t three[] = {1, 2, 3};
   struct {
-    char c;
     double f;
-  } cf[2] = {{'a', 1.0}, {'b', 2.0}};
-  struct {
-    std::int32_t i;
     char c;
-  } ic[2] = {{1, 'a'}, {2, 'b'}};
+  } fc[2] = {{1.0, 'a'}, {2.0, 'b'}};
   struct {
     char c[3];
     std::uint16_t v;
     std::uint64_t U;
   } cvU = {{'a', 'b', 'c'}, 1, 2};
 
-  EXPECT_EQ(jot("I", &I), imageOf("I", 0, bytes("\xfe\xff\xff\xff\xff\xff\xff\xff")));
   EXPECT_EQ(jot("i#", three, 3), imageOf("i#", 0, bytes("\3\0\0\0\1\0\0\0\2\0\0\0\3\0\0\0")));
   EXPECT_EQ(jot("i##########", three, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1).size(), 8U + 12 + 40 + 4);
-  const std::string doubles = bytes(
-      "\2\0\0\0a\0\0\0\0\0\0\xf0\x3f"
-      "b\0\0\0\0\0\0\0\x40");
-  EXPECT_EQ(jot("S(cf)#", cf, 2), imageOf("S(cf)#", 0, doubles));
-  EXPECT_EQ(jot("S(ic)#", ic, 2), imageOf("S(ic)#", 0, bytes("\2\0\0\0\1\0\0\0a\2\0\0\0b")));
+  EXPECT_EQ(jot("S(fc)#", fc, 2), imageOf("S(fc)#", 0, bytes("\2\0\0\0\0\0\0\0\0\0\xf0?a\0\0\0\0\0\0\0@b")));
   EXPECT_EQ(jot("S(c#vU)", &cvU, 3), imageOf("S(c#vU)", 0, bytes("\3\0\0\0abc\1\0\2\0\0\0\0\0\0\0")));
 }
 
@@ -99,12 +89,8 @@ TEST_F(TplMap, PacksTheRootAnewAndDropsALoadedImage) {
 TEST_F(TplMap, ReportsBadIndexes) {
   std::int32_t i = 0;
   const Map map = mapOf("A(i)", &i);
-
-  EXPECT_EQ(tpl_pack(map.get(), -1), -1);
-  EXPECT_EQ(tpl_pack(nullptr, 0), -1);
-  EXPECT_EQ(tpl_unpack(map.get(), 2), -1);
-  EXPECT_EQ(tpl_Alen(map.get(), 0), -1);
-  EXPECT_EQ(tpl_Alen(nullptr, 1), -1);
+  EXPECT_EQ(tpl_pack(map.get(), -1) + tpl_pack(nullptr, 0) + tpl_unpack(map.get(), 2), -3);
+  EXPECT_EQ(tpl_Alen(map.get(), 0) + tpl_Alen(nullptr, 1), -2);
   EXPECT_EQ(hook_.takeReports(),
             "invalid index -1 to tpl_pack\ninvalid index 0 to tpl_pack\ninvalid index 2 to tpl_unpack\n"
             "invalid index 1 to tpl_unpack\n");
@@ -163,9 +149,8 @@ TEST_F(TplMap, WaitsForADescriptorThatIsFull) {
   std::thread reader{[&] {
     fcntl(ends[0], F_SETFL, 0);
     char block[4096];
-    for (ssize_t count = 0; (count = read(ends[0], block, sizeof block)) > 0;) {
+    for (ssize_t count = 0; (count = read(ends[0], block, sizeof block)) > 0;)
       got.append(block, static_cast<std::size_t>(count));
-    }
   }};
   const int result = tpl_jot(TPL_VIA_FD, ends[1], "s", &address);
   close(ends[1]);

@@ -34,7 +34,7 @@ int listenAt(Address& address) {
   setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
   socklen_t size = sizeof address;
   checked(bind(listener, reinterpret_cast<const sockaddr*>(&address), size), "bind");
-  checked(::listen(listener, 16), "listen");
+  checked(::listen(listener, 4096), "listen");
   checked(getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size), "getsockname");
   return listener;
 }
@@ -49,6 +49,14 @@ bool sendAll(int socket, std::string_view bytes) {
 }
 
 }  // namespace
+
+int listenAtPath(const std::string& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  unlink(path.c_str());
+  return listenAt(address);
+}
 
 StandInAgent::StandInAgent(std::string socketPath) : path_{std::move(socketPath)} {
   listen();
@@ -124,11 +132,7 @@ void StandInAgent::listen() {
     listener_ = listenAt(address);
     port_ = ntohs(address.sin_port);
   } else {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path_.copy(address.sun_path, sizeof address.sun_path - 1);
-    unlink(path_.c_str());
-    listener_ = listenAt(address);
+    listener_ = listenAtPath(path_);
   }
   thread_ = std::thread{[this] { run(); }};
 }

@@ -19,6 +19,9 @@
 
 namespace zal::test {
 
+/// A descriptor that listens on a path, whose stale socket file is removed.
+int listenAtPath(const std::string& path);
+
 class StandInAgent {
  public:
   static constexpr int kNewest = 0;  // where a connection's number is asked for
