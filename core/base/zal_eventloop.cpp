@@ -136,7 +136,7 @@ void ZAL_EventLoop_AsyncInit(ZAL_EventLoopContext loop, uv_async_cb callback, vo
 void ZAL_EventLoop_AsyncSend(ZAL_EventLoopContext loop) noexcept {
   if (loop == nullptr) return;
   if (loops::hasFlag(*loop, loops::kUserAsyncInstalled))
-    static_cast<void>(uv_async_send(&loop->userAsync));  // cannot fail on an open async
+    loops::sendAsync(*loop);
   else
     ZAL_LOG(ZAL_LOG_INFO, "%s: Event Loop (%s) has no Async Event\n", __func__, loops::nameOf(*loop));
 }

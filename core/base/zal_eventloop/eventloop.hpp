@@ -11,8 +11,10 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 #include "base/zal_eventloop.hpp"
+#include "support/descriptor.hpp"
 #include "support/indexed_list.hpp"
 #include "support/lock.hpp"
 
@@ -70,6 +72,7 @@ struct ZAL_EventLoopContext_ {
   uv_thread_t thread ZAL_GUARDED_BY(lifeLock) = 0;
   uv_async_t commandAsync{};
   uv_async_t userAsync{};
+  uv_async_cb userAsyncCallback = nullptr;
   uv_idle_t idle{};
   std::uint8_t isDefault = 0;
   int refCount ZAL_GUARDED_BY(queueLock) = 0;
@@ -86,6 +89,10 @@ struct ZAL_EventLoopContext_ {
   std::atomic<zal::eventloop::Phase> phase{zal::eventloop::Phase::kResting};
   /// The thread that runs the loop or tears it down, 0 when there is none. Each thread writes only its own id.
   std::atomic<pthread_t> runner{0};
+  /// How the user async is sent. libuv's own way makes the woken thread spin until the sender's write has returned.
+  std::optional<zal::Descriptor> asyncEvent;
+  uv_poll_t asyncPoll{};
+  std::atomic<bool> isAsyncSent{false};
   bool stopRequested ZAL_GUARDED_BY(queueLock) = false;
   bool commandAsyncReady ZAL_GUARDED_BY(queueLock) = false;
   bool idleReady ZAL_GUARDED_BY(queueLock) = false;
@@ -166,6 +173,10 @@ void initAsync(Loop& loop, uv_async_cb callback, void* context) noexcept;
 void initIdle(Loop& loop, uv_idle_cb callback, void* context) noexcept;
 /// Makes the user async unless there is one. Where libuv calls are allowed.
 void installAsync(Loop& loop, uv_async_cb callback, void* context) noexcept;
+/// Has the loop thread call the user async's callback, which must be installed. Any thread.
+void sendAsync(Loop& loop) noexcept;
+/// On the thread that closes the loop.
+void closeAsyncPoll(Loop& loop) noexcept;
 
 // --- worker jobs and file watches ---
 

@@ -1,5 +1,11 @@
 // The handles of a loop: timers and polls, which are made here and started, stopped and freed through the command
 // queue; the one user async and the one idle handle, which stand in the record; and how the loop closes what is left.
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <type_traits>
 #include <utility>
@@ -41,6 +47,26 @@ void silence(const Loop& loop, uv_handle_t* handle) noexcept {
   if (type == UV_POLL) static_cast<void>(uv_poll_stop(reinterpret_cast<uv_poll_t*>(handle)));
 }
 
+void onAsyncEvent(uv_poll_t* poll, int /*status*/, int /*events*/) noexcept {
+  Loop& loop = *static_cast<Loop*>(poll->data);
+  std::uint64_t count = 0;
+  static_cast<void>(loop.asyncEvent->readOnce(&count, sizeof count));
+  loop.isAsyncSent.store(false);  // before the callback: what is sent while it runs calls it again
+  loop.userAsyncCallback(&loop.userAsync);
+}
+
+/// 0, or a negative libuv error with nothing left behind.
+int startAsyncPoll(Loop& loop) noexcept {
+  loop.asyncEvent.emplace(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+  if (!loop.asyncEvent->isOpen()) return uv_translate_sys_error(errno);
+  if (const int result = uv_poll_init(loop.loop, &loop.asyncPoll, loop.asyncEvent->get()); result != 0) {
+    loop.asyncPoll = {};
+    return result;
+  }
+  loop.asyncPoll.data = &loop;
+  return uv_poll_start(&loop.asyncPoll, UV_READABLE, onAsyncEvent);  // fails for a closed handle alone
+}
+
 }  // namespace
 
 uv_timer_t* startTimer(Loop& loop, uv_timer_cb callback, std::uint64_t timeout, std::uint64_t repeat,
@@ -70,11 +96,25 @@ void requestStop(Loop& loop, CommandType type, uv_handle_t* handle, const char* 
 void installAsync(Loop& loop, uv_async_cb callback, void* context) noexcept {
   if (hasFlag(loop, kUserAsyncInstalled)) return;
   loop.userAsync.data = context;
-  if (const int result = uv_async_init(loop.loop, &loop.userAsync, callback); result != 0) {
+  loop.userAsyncCallback = callback;
+  int result = startAsyncPoll(loop);
+  if (result == 0) result = uv_async_init(loop.loop, &loop.userAsync, callback);
+  if (result != 0) {
     ZAL_LOG_AS(ZAL_LOG_ERROR, "ZAL_EventLoop_AsyncInit", "Unable to install the async: %s\n", uv_strerror(result));
     return;
   }
   setFlag(loop, kUserAsyncInstalled);
+}
+
+void sendAsync(Loop& loop) noexcept {
+  constexpr std::uint64_t kOne = 1;
+  if (loop.isAsyncSent.exchange(true)) return;
+  static_cast<void>(write(loop.asyncEvent->get(), &kOne, sizeof kOne));  // full only when it is readable already
+}
+
+void closeAsyncPoll(Loop& loop) noexcept {
+  if (uv_handle_get_type(asHandle(&loop.asyncPoll)) == UV_POLL && uv_is_closing(asHandle(&loop.asyncPoll)) == 0)
+    uv_close(asHandle(&loop.asyncPoll), nullptr);
 }
 
 void initAsync(Loop& loop, uv_async_cb callback, void* context) noexcept {

@@ -140,6 +140,7 @@ void beginClosing(Loop& loop) noexcept {
 bool closeAll(Loop& loop) noexcept {
   for (int tries = 0; tries < kCloseTries;) {
     ZAL_EventLoop_ExecuteCommands(&loop);
+    closeAsyncPoll(loop);
     uv_walk(loop.loop, walk_cb, nullptr);
     uv_run(loop.loop, UV_RUN_DEFAULT);
     const LockGuard hold{loop.queueLock};
