@@ -18,10 +18,12 @@ inline long entriesOf(const std::string& directory) {
   return std::distance(std::filesystem::directory_iterator{directory}, {});
 }
 
-/// A process that has run `body`, with async-signal-safe calls alone, and then does nothing until the test is over.
+/// A process that has run `body`, with async-signal-safe calls alone, and then does `rest`, by itself nothing, again
+/// and again until the test is over.
 class Child {
  public:
-  explicit Child(const std::function<void()>& body) {
+  explicit Child(
+      const std::function<void()>& body, void (*rest)() = [] { pause(); }) {
     int ready[2]{};
     EXPECT_EQ(pipe(ready), 0);
     pid_ = fork();
@@ -29,7 +31,7 @@ class Child {
       prctl(PR_SET_PDEATHSIG, SIGKILL);
       body();
       close(ready[1]);
-      while (true) pause();
+      while (true) rest();
     }
     close(ready[1]);
     EXPECT_EQ(read(ready[0], ready, sizeof ready), 0);
