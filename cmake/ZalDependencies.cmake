@@ -1,20 +1,31 @@
-# The libraries under this one, as the imported targets zal::uv, zal::cjson and zal::uriparser.
-find_package(Threads REQUIRED)
-find_package(PkgConfig REQUIRED)
+# The libraries under this one, as the imported targets zal::uv, zal::cjson and zal::uriparser. What is not there is named
+# in ZAL_MISSING. The installed package file includes this one as well: who links the library needs the same.
+#
+# They are looked for by header and library, not by CMake files or pkg-config: Debian's libuv has none of the former, and
+# uriparser's development package exists for one architecture at a time, so a cross build takes its headers from the build
+# machine and links the runtime library itself.
+set(ZAL_MISSING "")
 
-pkg_check_modules(ZAL_UV REQUIRED IMPORTED_TARGET libuv)
-add_library(zal::uv ALIAS PkgConfig::ZAL_UV)
+# zal_dependency(<name> <header> <library>...)
+function(zal_dependency name header)
+  string(TOUPPER ZAL_${name} variable)
+  find_path(${variable}_INCLUDE_DIR ${header})
+  find_library(${variable}_LIBRARY NAMES ${ARGN})
+  mark_as_advanced(${variable}_INCLUDE_DIR ${variable}_LIBRARY)
+  if(NOT ${variable}_INCLUDE_DIR OR NOT ${variable}_LIBRARY)
+    set(ZAL_MISSING ${ZAL_MISSING} ${name} PARENT_SCOPE)
+    return()
+  endif()
+  if(NOT TARGET zal::${name})
+    add_library(zal::${name} UNKNOWN IMPORTED GLOBAL)
+  endif()
+  set_target_properties(zal::${name} PROPERTIES IMPORTED_LOCATION ${${variable}_LIBRARY})
+  if(NOT ${variable}_INCLUDE_DIR STREQUAL "/usr/include")
+    set_target_properties(zal::${name} PROPERTIES INTERFACE_INCLUDE_DIRECTORIES ${${variable}_INCLUDE_DIR})
+  endif()
+endfunction()
 
-pkg_check_modules(ZAL_CJSON REQUIRED IMPORTED_TARGET libcjson)
-add_library(zal::cjson ALIAS PkgConfig::ZAL_CJSON)
-
-# uriparser's development package exists for one architecture at a time, so a cross build takes the headers from the
-# build machine and links the runtime library itself.
-find_library(ZAL_URIPARSER_LIBRARY NAMES uriparser liburiparser.so.1 REQUIRED)
-find_path(ZAL_URIPARSER_INCLUDE_DIR uriparser/Uri.h PATHS /usr/include REQUIRED)
-add_library(zal_uriparser UNKNOWN IMPORTED)
-set_target_properties(zal_uriparser PROPERTIES IMPORTED_LOCATION ${ZAL_URIPARSER_LIBRARY})
-if(NOT ZAL_URIPARSER_INCLUDE_DIR STREQUAL "/usr/include")
-  set_target_properties(zal_uriparser PROPERTIES INTERFACE_INCLUDE_DIRECTORIES ${ZAL_URIPARSER_INCLUDE_DIR})
-endif()
-add_library(zal::uriparser ALIAS zal_uriparser)
+find_package(Threads REQUIRED GLOBAL)
+zal_dependency(uv uv.h uv)
+zal_dependency(cjson cjson/cJSON.h cjson)
+zal_dependency(uriparser uriparser/Uri.h uriparser liburiparser.so.1)

@@ -1,0 +1,19 @@
+/* What a program outside the tree does first; built as C and, through consumer.cpp, as C++. */
+#include <cjson/cJSON.h>
+#include <stdio.h>
+#include <uv.h>
+#include <zal/zal.h>
+
+int main(void) {
+  ZAL_ClientOptions options;
+  ZAL_ObjectHandle object = ZAL_Object_Create();
+  ZAL_ClientHandle client;
+
+  ZAL_Client_GetDefaultOptions(&options);
+  client = ZAL_Client_Create(&options);
+  if (client == NULL || object == NULL) return 1;
+  printf("%s, libuv %s, cJSON %s\n", options.url, uv_version_string(), cJSON_Version());
+  ZAL_Object_Destroy(object);
+  ZAL_Client_Destroy(client);
+  return 0;
+}

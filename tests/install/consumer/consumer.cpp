@@ -1,0 +1,2 @@
+// The same program as a C++ compiler sees it.
+#include "consumer.c"
