@@ -221,6 +221,8 @@ namespace zal {
 [[nodiscard]] bool postJob(ZAL_ClientHandle_& client, uv_work_cb work, void* data) noexcept;
 /// Has a worker do what the item's command asks for; the item is freed when that cannot be. Any thread.
 void postWorkItem(WorkItemPtr item) noexcept;
+/// Has a worker ready while the connection is made: libuv starts its threads with the first job. Any thread.
+void readyWorker(ZAL_ClientHandle_& client) noexcept;
 /// True on a worker thread inside a job of any client.
 [[nodiscard]] bool runsJob() noexcept;
 

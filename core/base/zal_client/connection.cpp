@@ -127,6 +127,7 @@ void startClient(ZAL_ClientHandle_& client) noexcept {
     client.flags.fetch_or(kStarted);
     armConnectTimer(client, client.retryInterval);
     ZAL_EventLoop_Run(client.loop);
+    readyWorker(client);
   }
   if (ZAL_Cond_Wait(client.connectedCond.get(), kFirstConnectionMs) != 0) {
     ZAL_LOG_AS(ZAL_LOG_INFO, "ZAL_Client_Start", "did not immediately connect to server, retrying...\n");
@@ -152,6 +153,7 @@ bool quiesceClient(ZAL_ClientHandle_& client, const char* caller) noexcept {
     client.closed = true;
     stopLocked(client);
   }
+  client.work.endLingering();
   client.jobs.closeAndWait();
   return true;
 }

@@ -39,6 +39,11 @@ void runWorker(uv_work_t* request) noexcept {
   }
 }
 
+/// Starts a worker that is counted already.
+void startWorker(ZAL_ClientHandle_& client) noexcept {
+  if (!postJob(client, runWorker, &client)) client.work.giveUpWorker();
+}
+
 }  // namespace
 
 bool JobCounter::begin() noexcept {
@@ -81,7 +86,11 @@ bool postJob(ZAL_ClientHandle_& client, uv_work_cb work, void* data) noexcept {
 
 void postWorkItem(WorkItemPtr item) noexcept {
   ZAL_ClientHandle_& client = *item->client;
-  if (client.work.push(std::move(item)) && !postJob(client, runWorker, &client)) client.work.giveUpWorker();
+  if (client.work.push(std::move(item))) startWorker(client);
+}
+
+void readyWorker(ZAL_ClientHandle_& client) noexcept {
+  if (client.work.hireFirst()) startWorker(client);
 }
 
 bool runsJob() noexcept {

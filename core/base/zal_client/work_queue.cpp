@@ -2,6 +2,7 @@
 #include "base/zal_client/work_queue.hpp"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <ctime>
@@ -27,9 +28,10 @@ std::size_t poolSize() noexcept {
   return size;
 }
 
-/// Short enough for other jobs that wait for the pool, and long against the way to the agent and back.
+/// Short enough for other jobs that wait for the pool, and longer than a tick of the kernel's clock (10 ms at most): a
+/// nearer end would be the processor's next deadline, and to set its timer anew at each wait costs more than to wake.
 timespec endOfLingering() noexcept {
-  constexpr long kMomentNs = 500'000;
+  constexpr long kMomentNs = 20'000'000;
   constexpr long kSecondNs = 1'000'000'000;
   timespec end{};
   clock_gettime(CLOCK_MONOTONIC, &end);
@@ -39,6 +41,15 @@ timespec endOfLingering() noexcept {
     ++end.tv_sec;
   }
   return end;
+}
+
+/// The workers of all clients that linger. They leave half of the pool to others.
+std::atomic<std::size_t> lingering{0};
+
+bool mayLinger() noexcept {
+  if (lingering.fetch_add(1) < poolSize() / 2) return true;
+  lingering.fetch_sub(1);
+  return false;
 }
 
 }  // namespace
@@ -63,21 +74,38 @@ bool WorkQueue::push(WorkItemPtr item) noexcept {
   return false;
 }
 
+bool WorkQueue::hireFirst() noexcept {
+  const LockGuard hold{mutex_};
+  if (workers_ != 0) return false;
+  ++workers_;
+  return true;
+}
+
 WorkItemPtr WorkQueue::next() noexcept {
   {
     const LockGuard hold{mutex_};
     if (head_ != nullptr) return popLocked();
-    if (isLingering_ || poolSize() == 1) {  // a pool of one has other jobs to do
+    if (isLingering_ || isClosing_ || !mayLinger()) {
       --workers_;
       return nullptr;
     }
     isLingering_ = true;
   }
   linger();
+  lingering.fetch_sub(1);
   const LockGuard hold{mutex_};
   WorkItemPtr item = popLocked();  // another worker may have been faster
   if (!item) --workers_;
   return item;
+}
+
+void WorkQueue::endLingering() noexcept {
+  {
+    const LockGuard hold{mutex_};
+    isClosing_ = true;
+    if (!std::exchange(isLingering_, false)) return;
+  }
+  sem_post(&call_);
 }
 
 void WorkQueue::giveUpWorker() noexcept {

@@ -29,8 +29,12 @@ class WorkQueue {
   [[nodiscard]] bool valid() const noexcept { return mutex_.valid(); }
   /// Adds an item. True when the caller is to start a worker, which is counted already.
   [[nodiscard]] bool push(WorkItemPtr item) noexcept;
+  /// True when there is no worker: the caller is to start one, which is counted already.
+  [[nodiscard]] bool hireFirst() noexcept;
   /// The next item, for which the worker may linger. Null when none comes: the worker is counted out.
   [[nodiscard]] WorkItemPtr next() noexcept;
+  /// Now and from now on no worker lingers: somebody waits for the last of them.
+  void endLingering() noexcept;
   /// Counts out a worker that could not be started; when there is no other, the items are freed.
   void giveUpWorker() noexcept;
 
@@ -44,6 +48,7 @@ class WorkQueue {
   ZAL_ClientWorkItem_* tail_ ZAL_GUARDED_BY(mutex_) = nullptr;
   std::size_t workers_ ZAL_GUARDED_BY(mutex_) = 0;
   bool isLingering_ ZAL_GUARDED_BY(mutex_) = false;  // a worker waits for a call; who clears it for that worker calls
+  bool isClosing_ ZAL_GUARDED_BY(mutex_) = false;
   sem_t call_;
 };
 
