@@ -151,9 +151,10 @@ int ZAL_IPC_ClientConnectServer(ZAL_IpcHandle ipc, const char* url) noexcept {
 
 namespace {
 
-Queued queueToServer(ZAL_IpcHandle_& ipc, CPtr<void> buffer, std::uint32_t length) noexcept {
+Queued queueToServer(ZAL_IpcHandle_& ipc, std::uint32_t connection, CPtr<void> buffer, std::uint32_t length) noexcept {
   const LockGuard hold{ipc.lock};
-  if (ipc.connectedStream == nullptr) return Queued::kNot;
+  const bool isUp = connection == zal::ipc::kAnyConnection || connection == ipc.connectionNumber;
+  if (ipc.connectedStream == nullptr || !isUp) return Queued::kNot;
   return zal::ipc::appendWriteLocked(ipc, ipc.connectedStream, std::move(buffer), length);
 }
 
@@ -171,12 +172,22 @@ void wakeFor(Queued queued, const ZAL_IpcHandle_& ipc) noexcept {
 
 }  // namespace
 
+std::uint32_t zal::ipc::connectionNumber(ZAL_IpcHandle_& ipc) noexcept {
+  const LockGuard hold{ipc.lock};
+  return ipc.connectionNumber;
+}
+
+bool zal::ipc::writeOn(std::uint32_t connection, ZAL_IpcHandle_& ipc, CPtr<void> buffer,
+                       std::uint32_t length) noexcept {
+  const Queued queued = queueToServer(ipc, connection, std::move(buffer), length);
+  wakeFor(queued, ipc);
+  return queued != Queued::kNot;
+}
+
 int ZAL_IPC_ClientWrite(ZAL_IpcHandle ipc, void* buffer, uint32_t length) noexcept {
   CPtr<void> owned{buffer};
   if (ipc == nullptr || !owned || length == 0) return kFailure;
-  const Queued queued = queueToServer(*ipc, std::move(owned), length);
-  wakeFor(queued, *ipc);
-  return queued != Queued::kNot ? kSuccess : kFailure;
+  return zal::ipc::writeOn(zal::ipc::kAnyConnection, *ipc, std::move(owned), length) ? kSuccess : kFailure;
 }
 
 void ZAL_IPC_ServerWrite(ZAL_IpcHandle ipc, ZAL_IpcClientContext client, void* buffer, uint32_t length) noexcept {

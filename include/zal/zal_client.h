@@ -48,6 +48,9 @@ enum { ZAL_CLIENT_OK = 0, ZAL_CLIENT_NOT_AVAILABLE = 11, ZAL_CLIENT_DOES_NOT_FIT
  *
  * The data of `request` is the JSON document that arrived: the sender's whole envelope, with the sender's own data
  * under its member "data". It is null when the request had no payload or one that is no JSON.
+ *
+ * The answer belongs to the connection by which the request came. When that has closed before the handler returns, the
+ * answer is dropped, also when the client is connected again by then: whoever is at the other end now has not asked.
  */
 typedef int (*ZAL_MethodCallback)(ZAL_MessageHandle request, ZAL_MessageHandle response, void* userData);
 /**

@@ -1,5 +1,6 @@
 // Requests: what a method sees, what the agent gets back, and what many of them do to each other. And what a client
 // sends of its own accord.
+#include <algorithm>
 #include <array>
 #include <future>
 #include <set>
@@ -74,6 +75,38 @@ TEST_F(ClientRequests, ASlowHandlerBlocksNeitherOthersNorTheLoop) {
   release.set_value();
 
   EXPECT_TRUE(waitForResponse(1));
+}
+
+TEST_F(ClientRequests, ThatOutliveTheirConnectionAreNotAnsweredOnTheNext) {
+  std::promise<void> release;
+  std::shared_future<void> released = release.get_future().share();
+  std::atomic<int> begun = 0;
+  addMethod(service_, "slow", [&](ZAL_MessageHandle, ZAL_MessageHandle response) {
+    ++begun;
+    released.wait_for(std::chrono::seconds{60});
+    respond(response, "late", 1);
+    ZAL_Client_SendEvent(client_.get(), ZAL_Message_Create());
+  });
+  start();
+
+  ASSERT_TRUE(agent_.send({requestOf("slow", 1), requestOf("slow", 2)}));
+  ASSERT_TRUE(waitUntil([&] { return begun == 2; }));
+  agent_.die();
+  agent_.listen();
+  ASSERT_TRUE(waitForSubscription(2));
+  release.set_value();
+
+  const auto lateEvents = [](const auto& received) {
+    return std::count_if(received.begin(), received.end(), [](const StandInAgent::Received& one) {
+      return !one.image.empty() && one.image[0].code == ZAL_IPC_CMD_EVENT;
+    });
+  };
+  ASSERT_TRUE(agent_.waitFor([&](const auto& received) { return lateEvents(received) == 2; })) << "events do go there";
+  for (int id = 3; id < 20; ++id) ASSERT_TRUE(call(requestOf("get", id)));
+  for (const auto& one : agent_.received()) {
+    const bool isResponse = !one.image.empty() && one.image[0].code == ZAL_IPC_CMD_RESPONSE;
+    EXPECT_TRUE(!isResponse || one.image[0].requestId >= 3) << one.image[0].requestId;
+  }
 }
 
 TEST_F(ClientRequests, WhatCannotBeServedIsAnsweredWithAnImageWithoutRecords) {

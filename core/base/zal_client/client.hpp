@@ -24,6 +24,7 @@
 #include <utility>
 
 #include "base/zal_client/work_queue.hpp"
+#include "base/zal_ipc.hpp"
 #include "base/zal_ipccommand.hpp"
 #include "support/indexed_list.hpp"
 #include "support/lock.hpp"
@@ -187,6 +188,7 @@ struct ZAL_ClientHandle_ {
   std::atomic<uv_timer_t*> connectTimer{nullptr};  // taken by exchange: by its own expiry or by Stop, never by both
   std::int32_t retryInterval = 0;
   std::atomic<std::uint8_t> configPending{0};
+  std::uint32_t connection = zal::ipc::kAnyConnection;  // the transport's number of the present one; the loop thread's
 
   mutable zal::Mutex servicesMutex;  // held while a service is looked up or added
   zal::Mutex lifecycleMutex;         // held by whoever starts or stops the loop
@@ -207,6 +209,7 @@ struct ZAL_ClientWorkItem_ {
   ZAL_ClientHandle client = nullptr;
   zal::CommandPtr command;
   std::uint16_t requestId = 0;
+  std::uint32_t connection = zal::ipc::kAnyConnection;  // the one by which the command came, to be answered there
   ZAL_GatewayResponseCallback callback = nullptr;
   void* userData = nullptr;
   ZAL_ClientWorkItem_* next = nullptr;
@@ -238,8 +241,10 @@ void stopClient(ZAL_ClientHandle_& client) noexcept;
 void forsakeContents(ZAL_ClientHandle_& client) noexcept;
 /// Encodes the list and hands it to the transport. Any thread.
 void writeList(ZAL_ClientHandle_& client, ZAL_IpcCommandList list) noexcept;
-/// The same for records that are borrowed, in the order in which they stand in the image. Any thread.
-void writeCommands(ZAL_ClientHandle_& client, std::span<const CommandView> commands) noexcept;
+/// The same for records that are borrowed, in the order in which they stand in the image, and that are for one
+/// connection: a reply that comes too late for it is dropped. Any thread.
+void writeCommands(ZAL_ClientHandle_& client, std::span<const CommandView> commands,
+                   std::uint32_t connection = ipc::kAnyConnection) noexcept;
 
 // services.cpp
 

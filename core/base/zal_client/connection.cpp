@@ -58,6 +58,7 @@ void onConnect(void* userData) noexcept {
   auto& client = *static_cast<ZAL_ClientHandle_*>(userData);
   if (client.isConnected()) return;
   ZAL_LOG(ZAL_LOG_DEBUG, "on connect callback\n");
+  client.connection = ipc::connectionNumber(*client.ipc);
   client.configPending.store(1);
   client.flags.fetch_or(kConnected);
   ZAL_Cond_Signal(client.connectedCond.get());
@@ -84,9 +85,8 @@ void stopLocked(ZAL_ClientHandle_& client) noexcept ZAL_REQUIRES(client.lifecycl
   client.flags.fetch_and(static_cast<std::uint8_t>(~kConnected));
 }
 
-void writeImage(ZAL_ClientHandle_& client, Image image) noexcept {
-  if (image.size == 0) return;
-  static_cast<void>(ZAL_IPC_ClientWrite(client.ipc, image.bytes.release(), image.size));  // it takes it in any case
+void writeImage(ZAL_ClientHandle_& client, Image image, std::uint32_t connection) noexcept {
+  if (image.size != 0) ipc::writeOn(connection, *client.ipc, std::move(image.bytes), image.size);
 }
 
 }  // namespace
@@ -178,11 +178,12 @@ void writeList(ZAL_ClientHandle_& client, ZAL_IpcCommandList list) noexcept {
   void* bytes = nullptr;
   std::uint32_t size = 0;
   ZAL_IpcCommand_GetBuffer(list, &bytes, &size);
-  writeImage(client, {CPtr<void>{bytes}, size});
+  writeImage(client, {CPtr<void>{bytes}, size}, ipc::kAnyConnection);
 }
 
-void writeCommands(ZAL_ClientHandle_& client, std::span<const CommandView> commands) noexcept {
-  writeImage(client, encode(commands));
+void writeCommands(ZAL_ClientHandle_& client, std::span<const CommandView> commands,
+                   std::uint32_t connection) noexcept {
+  writeImage(client, encode(commands), connection);
 }
 
 }  // namespace zal

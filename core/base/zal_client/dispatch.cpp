@@ -76,6 +76,7 @@ void postCommand(ZAL_ClientHandle_& client, CommandPtr command) noexcept {
   }
   item->client = &client;
   item->requestId = command->requestId;
+  item->connection = client.connection;
   item->command = std::move(command);
   postWorkItem(std::move(item));
 }
@@ -145,7 +146,7 @@ void reply(const Call& call) noexcept {
   reply.optionalParam = {};
   reply.payload = viewOf(text);
   reply.requestId = call.item.requestId;
-  writeCommands(*call.item.client, {&reply, 1});
+  writeCommands(*call.item.client, {&reply, 1}, call.item.connection);
 }
 
 /// Calls the method that a request names and writes the answer.
@@ -166,7 +167,7 @@ void answerRequest(ZAL_ClientWorkItem_& item) noexcept {
     Call call{.item = item, .methodName = methodName};
     if (call.request && call.response && callMethod(call, *method, uri.get())) return reply(call);
   }
-  writeCommands(*item.client, {});  // an image without records: the answer to an unknown method
+  writeCommands(*item.client, {}, item.connection);  // an image without records: the answer to an unknown method
 }
 
 }  // namespace

@@ -59,6 +59,7 @@ bool establish(ZAL_IpcHandle_& ipc, Stream& stream) noexcept {
   const LockGuard hold{ipc.lock};
   if (stream.closing) return false;
   ipc.connectedStream = &stream.uv.stream;
+  if (++ipc.connectionNumber == kAnyConnection) ++ipc.connectionNumber;
   return true;
 }
 

@@ -21,6 +21,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "base/zal_ipc.hpp"
 #include "support/indexed_list.hpp"
 #include "support/lock.hpp"
 #include "support/memory.hpp"
@@ -104,6 +105,7 @@ struct ZAL_IpcHandle_ {
   zal::ipc::Callback<ZAL_IpcClientEventCallback> onClientConnect{};
   std::atomic<uv_connect_t*> connectRequest{nullptr};  // written under the lock, polled without it
   uv_stream_t* connectedStream ZAL_GUARDED_BY(lock) = nullptr;
+  std::uint32_t connectionNumber ZAL_GUARDED_BY(lock) = zal::ipc::kAnyConnection;  // of connectedStream, or of the last
   ZAL_IpcWriteEntry* writeQueue ZAL_GUARDED_BY(lock) = nullptr;
   zal::Mutex lock;
   const ZAL_EventLoopContext eventLoop;
