@@ -58,6 +58,16 @@ int listenAtPath(const std::string& path) {
   return listenAt(address);
 }
 
+int listenAtPort(int& port) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  address.sin_port = htons(static_cast<std::uint16_t>(port));
+  const int listener = listenAt(address);
+  port = ntohs(address.sin_port);
+  return listener;
+}
+
 StandInAgent::StandInAgent(std::string socketPath) : path_{std::move(socketPath)} {
   listen();
 }
@@ -124,16 +134,7 @@ void StandInAgent::die() {
 }
 
 void StandInAgent::listen() {
-  if (path_.empty()) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(static_cast<std::uint16_t>(port_));
-    listener_ = listenAt(address);
-    port_ = ntohs(address.sin_port);
-  } else {
-    listener_ = listenAtPath(path_);
-  }
+  listener_ = path_.empty() ? listenAtPort(port_) : listenAtPath(path_);
   thread_ = std::thread{[this] { run(); }};
 }
 

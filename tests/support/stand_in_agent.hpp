@@ -21,6 +21,8 @@ namespace zal::test {
 
 /// A descriptor that listens on a path, whose stale socket file is removed.
 int listenAtPath(const std::string& path);
+/// One that listens on a port of 127.0.0.1; 0 becomes the number of a free one.
+int listenAtPort(int& port);
 
 class StandInAgent {
  public:
