@@ -14,5 +14,6 @@
 #include <zal/zal_system.h>
 #include <zal/zal_tpl.h>
 #include <zal/zal_uri.h>
+#include <zal/zal_version.h>
 
 #endif

@@ -2,24 +2,23 @@
 #
 #   cmake -D NM=<nm> -D LIBRARY=<file> -D LIST=<version script> -P exported_symbols.cmake
 #
-# Every symbol belongs to the version node ZAL_1.0; one of another node, or of none, shows up as unexpected, and a name of
-# the script that the library does not define as missing.
+# A symbol counts with its version node: one of another node, or of none, shows up as unexpected, and a name of the script
+# that the library does not define as missing.
 execute_process(COMMAND ${NM} -D --defined-only ${LIBRARY} OUTPUT_VARIABLE output COMMAND_ERROR_IS_FATAL ANY)
-string(REGEX MATCHALL "[^\n]+" lines "${output}")
+string(REGEX MATCHALL "[^\n]+" exported "${output}")
+list(FILTER exported EXCLUDE REGEX "^[0-9a-f]+ A ZAL_[0-9.]+$") # the version nodes themselves
+list(TRANSFORM exported REPLACE "^[0-9a-f]+ [A-Za-z] " "")
+
+file(STRINGS ${LIST} lines REGEX "^(ZAL_[0-9.]+ {|    [A-Za-z0-9_]+;)$")
 foreach(line IN LISTS lines)
-  if(line MATCHES "^[0-9a-f]+ [A-Z] ZAL_1\\.0(@@ZAL_1\\.0)?$")
-    continue() # the version node itself
+  string(REGEX MATCH "[A-Za-z0-9_.]+" name "${line}")
+  if(line MATCHES "{$")
+    set(node ${name})
+  else()
+    list(APPEND expected ${name}@@${node})
   endif()
-  string(REGEX REPLACE "^[0-9a-f]+ ([A-Za-z]) " "" symbol "${line}")
-  string(REGEX REPLACE "@@ZAL_1\\.0$" "" name "${symbol}")
-  if(name STREQUAL symbol)
-    string(APPEND name " (outside ZAL_1.0)")
-  endif()
-  list(APPEND exported "${name}")
 endforeach()
 
-file(STRINGS ${LIST} expected REGEX "^    [A-Za-z0-9_]+;$")
-list(TRANSFORM expected REPLACE "[ ;]" "")
 set(unexpected ${exported})
 list(REMOVE_ITEM unexpected ${expected})
 set(missing ${expected})

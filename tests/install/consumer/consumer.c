@@ -11,8 +11,8 @@ int main(void) {
 
   ZAL_Client_GetDefaultOptions(&options);
   client = ZAL_Client_Create(&options);
-  if (client == NULL || object == NULL) return 1;
-  printf("%s, libuv %s, cJSON %s\n", options.url, uv_version_string(), cJSON_Version());
+  if (client == NULL || object == NULL || ZAL_GetVersion() != ZAL_VERSION) return 1;
+  printf("libzal-client %s, libuv %s, cJSON %s\n", ZAL_VERSION_STRING, uv_version_string(), cJSON_Version());
   ZAL_Object_Destroy(object);
   ZAL_Client_Destroy(client);
   return 0;
