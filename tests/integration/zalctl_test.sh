@@ -119,6 +119,42 @@ wait_for 'documents: the profile of telemetry changed' "$dir/documents.out"
 wait_for 'documents: the configuration hides .*ports/mac' "$dir/documents.out"
 end "$documents_pid"
 
+# From other terminals: through the control socket of a running agent, or listening for the client themselves.
+cat >"$dir/beat.json" <<<'{"events": {"settings": {"heartbeat": {"enabled": true, "interval": 50}}}}'
+commands() { # commands OPTION...: each of them once, over the link that the options choose
+  check 0 '^\{"outcome":"answered",.*"data":\{"interfaces"' call --timeout 60000 "$@" network getStatus
+  check 3 '"payload":\{"error":\{"code":400' call --timeout 60000 "$@" network setInterface '{}'
+  check 0 '^\{"client":[0-9]+,.*\{"service":"system","method":"getInfo"\}' list "$@"
+  check 0 '^\{"clients":1\}' config "$@" "$dir/beat.json"
+}
+commands --url "$url" --wait 60000 --json
+check 1 'no client has subscribed network frob' call --url "$url" --wait 20 network frob
+check 2 'no socket' agent --url "$url" --control "$dir/good.json" -c list
+control=(--control "$dir/agent.sock.ctl")
+check 4 'no agent at' list "${control[@]}"
+"${zalctl[@]}" agent --url "$url" --stay -c 'wait-for --timeout 60000 network getStatus' >"$dir/desk.out" 2>&1 &
+desk_pid=$!
+pids+=" $desk_pid"
+wait_for '^network getStatus is subscribed' "$dir/desk.out"
+[[ $(stat -c %a "$dir/agent.sock.ctl") == 600 ]] || fail 'the control socket is open to others'
+"${zalctl[@]}" listen "${control[@]}" --json --kind event >"$dir/listen.out" 2>&1 &
+listen_pid=$!
+pids+=" $listen_pid"
+commands "${control[@]}" --json
+check 1 '^no such method: network frob' call "${control[@]}" --timeout 60000 network frob
+check 1 '^no reply to network getStatus within 0 ms' call "${control[@]}" --timeout 0 network getStatus
+wait_for '"client":1,.*"kind":"event","service":"system","name":"heartbeat","payload":\{' "$dir/listen.out"
+check 0 'client 1 .*event system heartbeat' listen "${control[@]}" --count 1 --timeout 60000
+check 2 'unknown-kind' listen "${control[@]}" --kind unknown-kind
+if grep -q '"kind":"response"' "$dir/listen.out"; then fail 'the filter lets a response pass'; fi
+end "$listen_pid"
+end "$desk_pid"
+[[ ! -e $dir/agent.sock.ctl ]] || fail 'the control socket is left behind'
+ln -s "$dir/good.json" "$dir/agent.sock.ctl"
+agent 0 'no control socket: .* no socket' -c list
+grep -q events "$dir/good.json" || fail 'a link was followed'
+rm "$dir/agent.sock.ctl"
+
 # An agent that lasts: commands from standard input, two clients, connections that end, a killed client and one that does not answer.
 mkfifo "$dir/in"
 exec {input}<>"$dir/in"

@@ -3,6 +3,8 @@
 #include <uv.h>
 
 #include <algorithm>
+#include <memory>
+#include <optional>
 #include <stdexcept>
 #include <utility>
 
@@ -32,10 +34,18 @@ std::string titleOf(const Record& record) {
   return printable(record.service) + ' ' + printable(record.name);
 }
 
+std::string idOf(const Record& record) {
+  return " (id " + std::to_string(record.requestId) + ')';
+}
+
+News newsOf(const Session& session, const Record& record, const std::string& line, bool hasBody) {
+  return {session.number(), kindOf(record), &record, Tone::kNews, nameOf(session) + line, hasBody};
+}
+
 }  // namespace
 
-Agent::Agent(Waiter& waiter, Printer& printer)
-    : waiter_{waiter}, printer_{printer}, loop_{ZAL_EventLoop_Create(0, "zalctl")} {
+Agent::Agent(Waiter& waiter, NewsSink sink)
+    : waiter_{waiter}, sink_{std::move(sink)}, loop_{ZAL_EventLoop_Create(0, "zalctl")} {
   if (loop_ == nullptr) throw std::runtime_error{"cannot create an event loop"};
   ipc_ = ZAL_IPC_Init(loop_);
   if (ipc_ == nullptr) {
@@ -57,9 +67,9 @@ Agent::Agent(Waiter& waiter, Printer& printer)
 }
 
 Agent::~Agent() {
-  settle();
-  // Once the loop stands still no client comes or goes. The closes wait in its queue until its destruction runs them.
-  ZAL_EventLoop_Stop(loop_);
+  stop();
+  // Now that the loop stands still no client comes or goes. The closes wait in its queue until its destruction runs
+  // them.
   closeSessions();
   ZAL_IPC_ServerShutdown(ipc_);
   ZAL_EventLoop_Destroy(loop_);
@@ -72,8 +82,18 @@ void Agent::listen(const std::string& url) {
   if (ZAL_IPC_ServerCreate(ipc_, url.c_str()) == 0 || !hasListener(loop_)) {
     throw std::runtime_error{"cannot listen at " + url};
   }
-  ZAL_EventLoop_Run(loop_);
-  printer_.print(Tone::kPlain, "listening at " + printable(url));
+}
+
+void Agent::tell(const News& news) const {
+  sink_(news);
+  if (listener_) listener_(news);
+}
+
+void Agent::stop() {
+  if (isStopped_) return;
+  isStopped_ = true;
+  settle();
+  ZAL_EventLoop_Stop(loop_);
 }
 
 void Agent::setConfiguration(std::string document) {
@@ -91,31 +111,56 @@ std::size_t Agent::notify(const std::string& name, const std::string& service) {
   return broadcastLocked({ZAL_IPC_CMD_NOTIFY, service, name, configuration_, 0});
 }
 
+std::uint16_t Agent::request(const std::string& service, const std::string& name, const std::string& payload,
+                             std::function<void(const Answer&)> done) {
+  const std::lock_guard hold{mutex_};
+  Session* session = sessionForLocked(service, methodOf(name));
+  if (session == nullptr) return 0;
+  const std::uint16_t id = nextIdLocked();
+  if (id == 0) return 0;
+  session->open({id, service, name, Clock::now(), std::move(done)});
+  sendLocked(*session, {ZAL_IPC_CMD_REQUEST, service, name, payload, id});
+  return id;
+}
+
+void Agent::abandon(std::uint16_t id) {
+  const std::lock_guard hold{mutex_};
+  for (Session& session : sessions_) session.abandon(id);
+}
+
 Answer Agent::call(const std::string& service, const std::string& name, const std::string& payload,
                    std::chrono::milliseconds timeout) {
-  {
-    const std::lock_guard hold{mutex_};
-    Session* session = sessionForLocked(service, methodOf(name));
-    if (session == nullptr) return {Outcome::kNotConnected, {}, {}};
-    answer_.reset();
-    awaited_ = openCallLocked(*session, service, name);
-    sendLocked(*session, {ZAL_IPC_CMD_REQUEST, service, name, payload, *awaited_});
-  }
+  struct Result {
+    std::mutex mutex;
+    std::optional<Answer> answer;
+  };
+  // Shared, since an answer can be on its way to it when this stops waiting.
+  const auto result = std::make_shared<Result>();
+  const std::uint16_t id = request(service, name, payload, [this, result](const Answer& answer) {
+    const std::lock_guard hold{result->mutex};
+    result->answer = answer;
+    waiter_.notify();
+  });
+  if (id == 0) return {Outcome::kNotConnected, {}, {}};
   const auto isAnswered = [&] {
-    const std::lock_guard hold{mutex_};
-    return answer_.has_value();
+    const std::lock_guard hold{result->mutex};
+    return result->answer.has_value();
   };
   static_cast<void>(waiter_.until(Clock::now() + timeout, isAnswered));
+  abandon(id);
 
-  const std::lock_guard hold{mutex_};
-  awaited_.reset();
-  if (answer_) return std::move(*answer_);
+  const std::lock_guard hold{result->mutex};
+  if (result->answer) return std::move(*result->answer);
   return {waiter_.interrupted() ? Outcome::kInterrupted : Outcome::kNoReply, {}, timeout};
 }
 
 bool Agent::waitFor(const std::string& service, const std::string& method, std::chrono::milliseconds timeout) {
   return waiter_.until(Clock::now() + timeout, [&] {
     const std::lock_guard hold{mutex_};
+    if (service.empty() && method.empty()) {
+      return std::any_of(sessions_.begin(), sessions_.end(),
+                         [](const Session& s) { return !s.subscriptions().empty(); });
+    }
     const Session* session = sessionForLocked(service, method);
     return session != nullptr && session->offers(service, method);
   });
@@ -160,128 +205,122 @@ void Agent::settle() {
   ZAL_EventLoop_StopTimer(loop_, timer);
 }
 
-std::vector<std::string> Agent::describeClients() const {
+std::vector<ClientInfo> Agent::clients() const {
   const std::lock_guard hold{mutex_};
-  std::vector<std::string> texts;
+  std::vector<ClientInfo> infos;
   for (const Session& session : sessions_) {
-    if (session.isClosing()) continue;
-    texts.push_back(nameOf(session));
-    for (const auto& [service, method] : session.subscriptions()) {
-      texts.back() += "\n  " + printable(service) + ' ' + printable(method);
-    }
+    if (!session.isClosing()) infos.push_back({session.number(), session.subscriptions()});
   }
-  return texts;
+  return infos;
 }
 
 void Agent::onConnect(ZAL_IpcClientContext context) {
-  std::string line;
-  {
-    const std::lock_guard hold{mutex_};
-    sessions_.emplace_back(++lastSession_, context);
-    line = nameOf(sessions_.back()) + " connected";
-  }
-  printer_.print(Tone::kNews, line);
+  std::unique_lock hold{mutex_};
+  const Session& session = sessions_.emplace_back(++lastSession_, context);
+  hold.unlock();  // the session stays: this thread alone removes it
+  tell({session.number(), kClientCame, nullptr, Tone::kNews, nameOf(session) + " connected"});
 }
 
 void Agent::onDisconnect(ZAL_IpcClientContext context) {
-  std::string line;
-  bool isClosing = false;
+  std::list<Session> ended;
   {
     const std::lock_guard hold{mutex_};
-    Session& session = sessionLocked(context);
-    isClosing = session.isClosing();
-    line = nameOf(session) + " disconnected";
-    if (awaited_ && session.hasOpen(*awaited_)) answer_ = Answer{Outcome::kDisconnected, {}, {}};
-    sessions_.remove_if([&](const Session& other) { return &other == &session; });
+    const Session& session = sessionLocked(context);
+    const auto place =
+        std::find_if(sessions_.begin(), sessions_.end(), [&](const Session& s) { return &s == &session; });
+    ended.splice(ended.begin(), sessions_, place);
   }
-  printer_.print(Tone::kNews, line);
+  Session& session = ended.front();
+  tell({session.number(), kClientGone, nullptr, Tone::kNews, nameOf(session) + " disconnected"});
+  for (const OpenCall& call : session.closeAll()) {
+    if (call.done) call.done({Outcome::kDisconnected, {}, Clock::now() - call.sentAt});
+  }
   waiter_.notify();
   // The end of the stream does not close this side of it.
-  if (!isClosing) ZAL_IPC_CloseClient(context);
+  if (!session.isClosing()) ZAL_IPC_CloseClient(context);
 }
 
 void Agent::onImage(const void* image, std::uint32_t size, ZAL_IpcClientContext context) {
+  const auto records = decode(image, size);
   std::unique_lock hold{mutex_};
   Session& session = sessionLocked(context);
+  // Whoever waits for a subscription meets all those of the image.
+  for (const Record& record : records.value_or(std::vector<Record>{})) {
+    if (record.code == ZAL_IPC_CMD_SUBSCRIBE) session.subscribe(record.service, record.name);
+  }
   hold.unlock();  // the session stays: this thread alone removes it
 
-  const auto records = decode(image, size);
   if (!records) {
-    printer_.print(Tone::kBad,
-                   nameOf(session) + " sent an image of " + std::to_string(size) + " bytes without records");
+    tell({session.number(), std::string{kMalformed}, nullptr, Tone::kBad,
+          nameOf(session) + " sent an image of " + std::to_string(size) + " bytes without records"});
   } else if (records->empty()) {
     onEmptyImage(session);
   } else {
     for (const Record& record : *records) onRecord(session, record);
+    waiter_.notify();
   }
 }
 
 void Agent::onRecord(Session& session, const Record& record) {
   switch (record.code) {
     case ZAL_IPC_CMD_SUBSCRIBE:
-      return onSubscribe(session, record);
+      return tell(newsOf(session, record, " subscribed " + titleOf(record), false));
     case ZAL_IPC_CMD_RESPONSE:
       return onReply(session, record);
     case ZAL_IPC_CMD_EVENT:
-      return onEvent(session, record);
+      return tell(newsOf(session, record, " event " + titleOf(record), true));
     case ZAL_IPC_CMD_GET_CONFIG:
-      return onConfigurationRequest(session);
+      return onConfigurationRequest(session, record);
     case ZAL_IPC_CMD_GATEWAY_REQUEST:
       return onGatewayRequest(session, record);
     default:
-      printer_.print(
-          Tone::kBad,
-          nameOf(session) + " sent a command of code " + std::to_string(record.code) + ": " + titleOf(record),
-          payloadText(record.payload));
+      News news = newsOf(session, record,
+                         " sent a command of code " + std::to_string(record.code) + ": " + titleOf(record), true);
+      news.tone = Tone::kBad;
+      tell(news);
   }
-}
-
-void Agent::onSubscribe(Session& session, const Record& record) {
-  {
-    const std::lock_guard hold{mutex_};
-    session.subscribe(record.service, record.name);
-  }
-  printer_.print(Tone::kNews, nameOf(session) + " subscribed " + titleOf(record));
-  waiter_.notify();
 }
 
 void Agent::onReply(Session& session, const Record& record) {
-  const char* what = record.requestId == kOwnRequestId ? " answered its own request " : " answered what nobody asked: ";
-  {
-    const std::lock_guard hold{mutex_};
-    const auto call = session.close(record.requestId);
-    if (call && deliverLocked(*call, Outcome::kAnswered, record.payload)) return;
-    if (call) what = " answered after the time-out: ";
-  }
-  printer_.print(Tone::kNews,
-                 nameOf(session) + what + titleOf(record) + " (id " + std::to_string(record.requestId) + ')',
-                 payloadText(record.payload));
+  std::unique_lock hold{mutex_};
+  const auto call = session.close(record.requestId);
+  hold.unlock();
+  const bool isOwn = record.requestId == kOwnRequestId;
+  const char* what = call    ? " answered after the time-out: "
+                     : isOwn ? " answered its own request "
+                             : " answered what nobody asked: ";
+  News news = newsOf(session, record, what + titleOf(record) + idOf(record), true);
+  if (call && call->done) news.line.clear();
+  tell(news);
+  if (call && call->done) call->done({Outcome::kAnswered, record.payload, Clock::now() - call->sentAt});
 }
 
 void Agent::onEmptyImage(Session& session) {
-  std::string line = nameOf(session) + " sent an image without records";
-  {
-    const std::lock_guard hold{mutex_};
-    const auto call = session.closeNameless();
-    if (call && deliverLocked(*call, Outcome::kNoSuchMethod, {})) return;
-    if (call) line += ": no such method " + printable(call->service) + ' ' + printable(call->name);
+  std::unique_lock hold{mutex_};
+  const auto call = session.closeNameless();
+  hold.unlock();
+  News news{session.number(), std::string{kEmpty}, nullptr, Tone::kNews,
+            nameOf(session) + " sent an image without records"};
+  if (!call) return tell(news);
+  const Record asked{ZAL_IPC_CMD_REQUEST, call->service, call->name, {}, call->id};
+  news.record = &asked;
+  if (call->done) {
+    news.line.clear();
+  } else {
+    news.line += ": no such method " + titleOf(asked);
   }
-  printer_.print(Tone::kNews, line);
+  tell(news);
+  if (call->done) call->done({Outcome::kNoSuchMethod, {}, Clock::now() - call->sentAt});
 }
 
-void Agent::onEvent(Session& session, const Record& record) {
-  printer_.print(Tone::kNews, nameOf(session) + " event " + titleOf(record), payloadText(record.payload));
-}
-
-void Agent::onConfigurationRequest(Session& session) {
+void Agent::onConfigurationRequest(Session& session, const Record& record) {
   std::size_t size = 0;
   {
     const std::lock_guard hold{mutex_};
     size = configuration_.size();
     sendLocked(session, {ZAL_IPC_CMD_CONFIG, {}, {}, configuration_, 0});
   }
-  printer_.print(Tone::kNews,
-                 nameOf(session) + " asked for its configuration: sent " + std::to_string(size) + " bytes");
+  tell(newsOf(session, record, " asked for its configuration: sent " + std::to_string(size) + " bytes", false));
 }
 
 void Agent::onGatewayRequest(Session& session, const Record& record) {
@@ -291,10 +330,8 @@ void Agent::onGatewayRequest(Session& session, const Record& record) {
     const std::lock_guard hold{mutex_};
     sendLocked(session, response);
   }
-  printer_.print(Tone::kNews,
-                 nameOf(session) + " gateway request " + titleOf(record) + " (id " + std::to_string(record.requestId) +
-                     "): answered with its own data",
-                 payloadText(record.payload));
+  const std::string title = " gateway request " + titleOf(record) + idOf(record);
+  tell(newsOf(session, record, title + ": answered with its own data", true));
 }
 
 Session& Agent::sessionLocked(ZAL_IpcClientContext context) {
@@ -311,21 +348,14 @@ Session* Agent::sessionForLocked(const std::string& service, const std::string& 
   return newest;
 }
 
-std::uint16_t Agent::openCallLocked(Session& session, const std::string& service, const std::string& name) {
+std::uint16_t Agent::nextIdLocked() {
   const auto isOpen = [&](const Session& other) { return other.hasOpen(lastRequestId_); };
-  do {
+  for (unsigned tries = 0; tries <= kOwnRequestId; ++tries) {
     ++lastRequestId_;
-  } while (lastRequestId_ == 0 || lastRequestId_ == kOwnRequestId ||
-           std::any_of(sessions_.begin(), sessions_.end(), isOpen));
-  session.open({lastRequestId_, service, name, Clock::now()});
-  return lastRequestId_;
-}
-
-bool Agent::deliverLocked(const OpenCall& call, Outcome outcome, const std::string& payload) {
-  if (awaited_ != call.id) return false;
-  answer_ = Answer{outcome, payload, Clock::now() - call.sentAt};
-  waiter_.notify();
-  return true;
+    if (lastRequestId_ == 0 || lastRequestId_ == kOwnRequestId) continue;
+    if (std::none_of(sessions_.begin(), sessions_.end(), isOpen)) return lastRequestId_;
+  }
+  return 0;
 }
 
 bool Agent::sendLocked(const Session& session, const Record& record) {

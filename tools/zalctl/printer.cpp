@@ -2,10 +2,12 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <new>
 
 #include "wire.hpp"
 
@@ -25,22 +27,26 @@ bool isControl(unsigned codePoint) {
   return codePoint < 0x20 || (codePoint >= 0x7f && codePoint < 0xa0);
 }
 
-/// The length of the UTF-8 sequence of a printable character that the text begins with, 0 when it begins with none.
-std::size_t printableLength(std::string_view text) {
+struct Character {
+  std::size_t length;  // of its UTF-8 sequence; 0 when the text begins with none
+  unsigned codePoint;
+};
+
+Character firstCharacter(std::string_view text) {
   const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
   const unsigned lead = byte(0);
-  if (lead < 0x80) return isControl(lead) ? 0 : 1;
+  if (lead < 0x80) return {1, lead};
   const std::size_t length = lead >= 0xf0 ? 4 : lead >= 0xe0 ? 3 : 2;
-  if (lead < 0xc2 || lead > 0xf4 || text.size() < length) return 0;
+  if (lead < 0xc2 || lead > 0xf4 || text.size() < length) return {0, 0};
   unsigned codePoint = lead & (0xffU >> (length + 1));
   for (std::size_t i = 1; i < length; ++i) {
-    if ((byte(i) & 0xc0U) != 0x80) return 0;
+    if ((byte(i) & 0xc0U) != 0x80) return {0, 0};
     codePoint = codePoint << 6U | (byte(i) & 0x3fU);
   }
   constexpr std::array<unsigned, 5> kSmallest{0, 0, 0x80, 0x800, 0x10000};
   const bool isSurrogate = codePoint >= 0xd800 && codePoint <= 0xdfff;
   const bool isValid = codePoint >= kSmallest[length] && codePoint <= 0x10ffff && !isSurrogate;
-  return isValid && !isControl(codePoint) ? length : 0;
+  return {isValid ? length : 0, codePoint};
 }
 
 std::string scalarText(const cJSON& node) {
@@ -105,6 +111,11 @@ void Printer::error(std::string_view line) {
   writeLocked(stderr, text);
 }
 
+bool Printer::isBroken() {
+  const std::lock_guard hold{mutex_};
+  return std::ferror(stdout) != 0;
+}
+
 void Printer::prompt() {
   if (!interactive_) return;
   const std::lock_guard hold{mutex_};
@@ -128,17 +139,35 @@ void Printer::writeLocked(std::FILE* stream, std::string_view text) {
 std::string printable(std::string_view text) {
   std::string out;
   while (!text.empty()) {
-    std::size_t length = printableLength(text);
-    if (length == 0) {
+    auto [length, codePoint] = firstCharacter(text);
+    if (length == 0 || isControl(codePoint)) {
       std::array<char, 5> escape{};
       std::snprintf(escape.data(), escape.size(), "\\x%02x",
                     static_cast<unsigned>(static_cast<unsigned char>(text[0])));
       out += escape.data();
-      length = 1;
+      length = 1;  // what follows in its sequence is escaped in turn
     } else {
       out += text.substr(0, length);
     }
     text.remove_prefix(length);
+  }
+  return out;
+}
+
+std::string jsonLine(const cJSON& node) {
+  const std::unique_ptr<char, CFree> printed{cJSON_PrintUnformatted(&node)};
+  if (!printed) throw std::bad_alloc{};
+  std::string out;
+  for (std::string_view text{printed.get()}; !text.empty();) {
+    const auto [length, codePoint] = firstCharacter(text);
+    if (length == 0 || isControl(codePoint)) {
+      std::array<char, 7> escape{};
+      std::snprintf(escape.data(), escape.size(), "\\u%04x", length == 0 ? 0xfffdU : codePoint & 0xffffU);
+      out += escape.data();
+    } else {
+      out += text.substr(0, length);
+    }
+    text.remove_prefix(std::max<std::size_t>(length, 1));
   }
   return out;
 }

@@ -21,6 +21,8 @@ class Printer {
   void print(Tone tone, std::string_view line, std::string_view body = {});
   /// A line on standard error.
   void error(std::string_view line);
+  /// True once the reader of standard output has gone away.
+  [[nodiscard]] bool isBroken();
   /// Shows the prompt, on a terminal only; what is printed while it stands goes above it.
   void prompt();
   /// The line at the prompt was entered.
@@ -37,6 +39,8 @@ class Printer {
 
 /// The text with control characters and whatever is no UTF-8 as \xNN.
 [[nodiscard]] std::string printable(std::string_view text);
+/// JSON on one line that is UTF-8 without control characters, whatever bytes its texts hold.
+[[nodiscard]] std::string jsonLine(const cJSON& node);
 /// JSON over several lines, two blanks a level.
 [[nodiscard]] std::string indented(const cJSON& node);
 /// A payload of any bytes as it is shown: indented JSON, or the bytes themselves when they are none.

@@ -16,6 +16,19 @@ bool Session::hasOpen(std::uint16_t id) const {
   return std::any_of(calls_.begin(), calls_.end(), [&](const OpenCall& call) { return call.id == id; });
 }
 
+void Session::open(OpenCall call) {
+  constexpr std::size_t kMaxOpen = 2048;
+  const auto isLate = [](const OpenCall& other) { return !other.done; };
+  if (calls_.size() >= kMaxOpen) static_cast<void>(take(std::find_if(calls_.begin(), calls_.end(), isLate)));
+  calls_.push_back(std::move(call));
+}
+
+void Session::abandon(std::uint16_t id) {
+  for (OpenCall& call : calls_) {
+    if (call.id == id) call.done = nullptr;
+  }
+}
+
 std::optional<OpenCall> Session::close(std::uint16_t id) {
   return take(std::find_if(calls_.begin(), calls_.end(), [&](const OpenCall& call) { return call.id == id; }));
 }

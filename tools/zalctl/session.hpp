@@ -4,7 +4,9 @@
 
 #include <zal/zal_ipc.h>
 
+#include <chrono>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <set>
 #include <string>
@@ -16,12 +18,22 @@
 
 namespace zalctl {
 
+enum class Outcome { kAnswered, kNoSuchMethod, kNoReply, kDisconnected, kNotConnected, kInterrupted };
+
+/// What became of a call, and how long it took or was waited for.
+struct Answer {
+  Outcome outcome = Outcome::kNoReply;
+  std::string payload;
+  std::chrono::duration<double, std::milli> took{};
+};
+
 /// A request without an answer yet. It stays open after its caller's time-out: the answer may still come.
 struct OpenCall {
   std::uint16_t id;
   std::string service;
   std::string name;
   Clock::time_point sentAt;
+  std::function<void(const Answer&)> done;  // empty once nobody waits any more
 };
 
 /// The method that a request's name asks for: the name up to its path or query.
@@ -38,8 +50,13 @@ class Session {
   [[nodiscard]] bool offers(const std::string& service, const std::string& method) const;
   [[nodiscard]] const std::set<std::pair<std::string, std::string>>& subscriptions() const { return offers_; }
 
-  void open(OpenCall call) { calls_.push_back(std::move(call)); }
+  /// Opens a call. Of too many, the oldest one that nobody waits for is forgotten.
+  void open(OpenCall call);
   [[nodiscard]] bool hasOpen(std::uint16_t id) const;
+  /// Forgets who waits for the call.
+  void abandon(std::uint16_t id);
+  /// Takes every open call, oldest first.
+  [[nodiscard]] std::vector<OpenCall> closeAll() { return std::exchange(calls_, {}); }
   /// Closes the call with this id.
   std::optional<OpenCall> close(std::uint16_t id);
   /// Closes the call that an answer without an id belongs to: the oldest one to a method that the client does not

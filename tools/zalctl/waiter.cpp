@@ -17,7 +17,7 @@
 namespace zalctl {
 namespace {
 
-constexpr Clock::time_point kForever = Clock::time_point::max();
+constexpr int kNone = -1;  // poll(2) leaves it out
 
 int checked(int descriptor, const char* what) {
   if (descriptor < 0) throw std::system_error{errno, std::generic_category(), what};
@@ -63,19 +63,27 @@ void Waiter::notify() const noexcept {
 bool Waiter::until(Clock::time_point deadline, const std::function<bool()>& holds) {
   while (!holds()) {
     if (interrupted_ || Clock::now() >= deadline) return false;
-    waitForDescriptors(Input::kIgnore, deadline);
+    waitFor(kNone, deadline);
   }
   return true;
 }
 
+bool Waiter::untilReadable(int descriptor, Clock::time_point deadline) {
+  while (!interrupted_) {
+    if (waitFor(descriptor, deadline)) return true;
+    if (Clock::now() >= deadline) return false;
+  }
+  return false;
+}
+
 void Waiter::untilInterrupted() {
-  while (!interrupted_) waitForDescriptors(Input::kIgnore, kForever);
+  while (!interrupted_) waitFor(kNone, kForever);
 }
 
 std::optional<std::string> Waiter::readLine() {
   while (!interrupted_) {
     if (auto line = takeLine()) return line;
-    if (!waitForDescriptors(Input::kWait, kForever)) continue;
+    if (!waitFor(STDIN_FILENO, kForever)) continue;
     std::array<char, 4096> chunk{};
     const ssize_t count = read(STDIN_FILENO, chunk.data(), chunk.size());
     if (count < 0 && errno == EINTR) continue;
@@ -95,10 +103,9 @@ std::optional<std::string> Waiter::takeLine() {
   return line;
 }
 
-bool Waiter::waitForDescriptors(Input input, Clock::time_point deadline) {
-  std::array<pollfd, 3> polled{{{changes_, POLLIN, 0}, {signals_, POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}}};
-  const nfds_t count = input == Input::kWait ? 3 : 2;
-  if (poll(polled.data(), count, millisecondsUntil(deadline)) <= 0) return false;
+bool Waiter::waitFor(int descriptor, Clock::time_point deadline) {
+  std::array<pollfd, 3> polled{{{changes_, POLLIN, 0}, {signals_, POLLIN, 0}, {descriptor, POLLIN, 0}}};
+  if (poll(polled.data(), polled.size(), millisecondsUntil(deadline)) <= 0) return false;
   std::uint64_t changes = 0;
   // Taken back to zero before the caller looks at its condition, so that no change after that look is missed.
   if (polled[0].revents != 0) static_cast<void>(!read(changes_, &changes, sizeof changes));

@@ -11,6 +11,7 @@
 namespace zalctl {
 
 using Clock = std::chrono::steady_clock;
+inline constexpr Clock::time_point kForever = Clock::time_point::max();
 
 class Waiter {
  public:
@@ -25,6 +26,8 @@ class Waiter {
 
   /// Waits until `holds()` is true; false when the deadline passed or a signal came before that.
   [[nodiscard]] bool until(Clock::time_point deadline, const std::function<bool()>& holds);
+  /// Waits until a descriptor is readable; false when the deadline passed or a signal came before that.
+  [[nodiscard]] bool untilReadable(int descriptor, Clock::time_point deadline);
   /// Waits for a signal.
   void untilInterrupted();
   /// The next line of standard input without its end of line; nothing at the end of input or after a signal.
@@ -34,10 +37,8 @@ class Waiter {
   [[nodiscard]] bool interrupted() const { return interrupted_; }
 
  private:
-  enum class Input { kIgnore, kWait };
-
-  /// Waits for one of the descriptors; true when there is input to read.
-  bool waitForDescriptors(Input input, Clock::time_point deadline);
+  /// Waits for a change, a signal, or a descriptor unless it is kNone; true when that one is readable.
+  bool waitFor(int descriptor, Clock::time_point deadline);
   [[nodiscard]] std::optional<std::string> takeLine();
 
   int changes_;  // eventfd

@@ -3,8 +3,14 @@
 #include <zal/zal_message.h>
 #include <zal/zal_runtime.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <new>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 namespace zalctl {
@@ -37,6 +43,11 @@ Record toRecord(const ZAL_IpcCommand& command) {
 }
 
 }  // namespace
+
+std::string kindOf(const Record& record) {
+  const auto* kind = std::find_if(kKinds.begin(), kKinds.end(), [&](const Kind& k) { return k.code == record.code; });
+  return kind != kKinds.end() ? std::string{kind->name} : "code " + std::to_string(record.code);
+}
 
 Image encode(const Record& record) {
   ZAL_IpcCommand command{};
@@ -77,6 +88,24 @@ JsonPtr parseText(const std::string& text) {
     throw std::runtime_error{rest.empty() ? "no valid JSON: it ends too early" : "no valid JSON from here: " + rest};
   }
   return parsed;
+}
+
+std::string readFile(const std::string& path) {
+  std::error_code none;
+  if (std::filesystem::is_directory(path, none))
+    throw std::runtime_error{"cannot read " + path + ": it is a directory"};
+  std::ifstream file{path, std::ios::binary};
+  if (!file) throw std::runtime_error{"cannot read " + path + ": " + std::generic_category().message(errno)};
+  return {std::istreambuf_iterator<char>{file}, {}};
+}
+
+bool isError(const cJSON& payload) {
+  return cJSON_IsObject(cJSON_GetObjectItemCaseSensitive(&payload, "error")) != 0;
+}
+
+std::string requestPayload(const std::string& text, bool isRaw) {
+  JsonPtr data = text.empty() ? nullptr : parseText(text);
+  return isRaw || !data ? text : envelope(std::move(data));
 }
 
 std::string envelope(JsonPtr data) {

@@ -1,5 +1,5 @@
-// The commands of the stand-in agent: from text to calls of Agent, and from results to output and an exit status.
-// The command thread only.
+// What is typed at the stand-in agent, or read from a script: from text to calls of Agent, and from results to output
+// and an exit status. The command thread only.
 #pragma once
 
 #include <chrono>
@@ -8,20 +8,14 @@
 
 #include "agent.hpp"
 #include "printer.hpp"
+#include "status.hpp"
 #include "waiter.hpp"
 
 namespace zalctl {
 
-/// What the exit status of the program says, from good to bad: a run ends with the worst that it met.
-enum class Status {
-  kDone = 0,
-  kUnanswered = 1,  // a call got no answer or there is no such method, or nobody was there to hear a command
-  kUsage = 2        // a command that cannot be understood or carried out
-};
-
-class Commands {
+class Console {
  public:
-  Commands(Agent& agent, Printer& printer, Waiter& waiter, std::chrono::milliseconds timeout);
+  Console(Agent& agent, Printer& printer, Waiter& waiter, std::chrono::milliseconds timeout);
 
   /// Runs one command line, "# ..." and a blank one being none. False when the run ends: after quit or a signal.
   /// `place`, if there is one, leads the error messages.
@@ -55,7 +49,6 @@ class Commands {
   void dispatch(const std::string& line);
   void worsen(Status status);
   void fail(const std::string& line);
-  void report(const std::string& title, const Answer& answer, std::chrono::milliseconds timeout);
 
   Agent& agent_;
   Printer& printer_;
@@ -64,8 +57,5 @@ class Commands {
   Status status_ = Status::kDone;
   bool isQuitting_ = false;
 };
-
-/// The whole content of a file. Throws std::runtime_error that names the file and the reason.
-[[nodiscard]] std::string readFile(const std::string& path);
 
 }  // namespace zalctl

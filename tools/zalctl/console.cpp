@@ -1,18 +1,16 @@
-#include "commands.hpp"
+#include "console.hpp"
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <charconv>
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <sstream>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
 
+#include "desk.hpp"
+#include "report.hpp"
 #include "wire.hpp"
 
 namespace zalctl {
@@ -24,20 +22,10 @@ std::string_view skipBlanks(std::string_view text) {
   return text.substr(std::min(text.find_first_not_of(kBlanks), text.size()));
 }
 
-std::string timeText(std::chrono::duration<double, std::milli> time) {
-  std::array<char, 32> text{};
-  std::snprintf(text.data(), text.size(), "%.1f ms", time.count());
-  return text.data();
-}
-
-std::string counted(std::size_t count, const char* what) {
-  return std::to_string(count) + ' ' + what + (count == 1 ? "" : "s");
-}
-
 }  // namespace
 
 /// The words of a command line, taken from the left. A word that holds blanks or nothing stands in double quotes.
-class Commands::Arguments {
+class Console::Arguments {
  public:
   explicit Arguments(std::string_view line) : rest_{skipBlanks(line)} {}
 
@@ -86,30 +74,30 @@ class Commands::Arguments {
   std::string_view rest_;
 };
 
-struct Commands::Command {
+struct Console::Command {
   std::string_view name;
   const char* usage;
   const char* help;
-  void (Commands::*run)(Arguments&);
+  void (Console::*run)(Arguments&);
 };
 
-const Commands::Command Commands::kTable[] = {
+const Console::Command Console::kTable[] = {
     {"call", "[--raw] [--timeout MS] SERVICE NAME[/PATH][?QUERY] [JSON]",
-     "call a method with the JSON in a message's envelope, or as it is (--raw)", &Commands::call},
-    {"config", "FILE", "remember a configuration document and send it", &Commands::config},
+     "call a method with the JSON in a message's envelope, or as it is (--raw)", &Console::call},
+    {"config", "FILE", "remember a configuration document and send it", &Console::config},
     {"notify", "onConnect|onDisconnect|onProfileChanged SERVICE", "notify every client, with the configuration",
-     &Commands::notify},
-    {"list", "", "show the clients and what they subscribed", &Commands::list},
-    {"wait-for", "[--timeout MS] SERVICE METHOD", "wait until a client has subscribed the method", &Commands::waitFor},
-    {"kill", "", "end the connection of every client", &Commands::kill},
-    {"help", "", "show this list", &Commands::showHelp},
-    {"quit", "", "end the agent", &Commands::quit},
+     &Console::notify},
+    {"list", "", "show the clients and what they subscribed", &Console::list},
+    {"wait-for", "[--timeout MS] SERVICE METHOD", "wait until a client has subscribed the method", &Console::waitFor},
+    {"kill", "", "end the connection of every client", &Console::kill},
+    {"help", "", "show this list", &Console::showHelp},
+    {"quit", "", "end the agent", &Console::quit},
 };
 
-Commands::Commands(Agent& agent, Printer& printer, Waiter& waiter, std::chrono::milliseconds timeout)
+Console::Console(Agent& agent, Printer& printer, Waiter& waiter, std::chrono::milliseconds timeout)
     : agent_{agent}, printer_{printer}, waiter_{waiter}, timeout_{timeout} {}
 
-bool Commands::run(const std::string& line, const std::string& place) {
+bool Console::run(const std::string& line, const std::string& place) {
   try {
     dispatch(line);
   } catch (const std::runtime_error& error) {
@@ -119,13 +107,13 @@ bool Commands::run(const std::string& line, const std::string& place) {
   return !isQuitting_ && !waiter_.interrupted();
 }
 
-bool Commands::runShown(const std::string& line, const std::string& place) {
+bool Console::runShown(const std::string& line, const std::string& place) {
   const bool isCommand = !skipBlanks(line).empty() && skipBlanks(line).front() != '#';
   if (isCommand) printer_.print(Tone::kDim, "> " + printable(skipBlanks(line)));
   return run(line, place);
 }
 
-bool Commands::runFile(const std::string& path) {
+bool Console::runFile(const std::string& path) {
   std::istringstream lines{readFile(path)};
   std::string line;
   for (int number = 1; std::getline(lines, line); ++number) {
@@ -134,7 +122,7 @@ bool Commands::runFile(const std::string& path) {
   return true;
 }
 
-void Commands::runInput() {
+void Console::runInput() {
   printer_.prompt();
   while (const auto line = waiter_.readLine()) {
     printer_.promptTaken();
@@ -143,7 +131,7 @@ void Commands::runInput() {
   }
 }
 
-void Commands::dispatch(const std::string& line) {
+void Console::dispatch(const std::string& line) {
   Arguments arguments{line};
   if (arguments.empty() || line.at(line.find_first_not_of(kBlanks)) == '#') return;
   const std::string name = arguments.word("command");
@@ -157,7 +145,7 @@ void Commands::dispatch(const std::string& line) {
   }
 }
 
-void Commands::call(Arguments& arguments) {
+void Console::call(Arguments& arguments) {
   bool isRaw = false;
   auto timeout = timeout_;
   for (;;) {
@@ -172,23 +160,22 @@ void Commands::call(Arguments& arguments) {
   const std::string service = arguments.name("SERVICE");
   const std::string name = arguments.name("NAME");
   const std::string text = arguments.rest();
-  JsonPtr data = text.empty() ? nullptr : parseText(text);
-  const std::string payload = isRaw || !data ? text : envelope(std::move(data));
-
-  report(printable(service) + ' ' + printable(name), agent_.call(service, name, payload, timeout), timeout);
+  const CallResult result{service, name, agent_.call(service, name, requestPayload(text, isRaw), timeout)};
+  showResult(printer_, *toJson(result));
+  if (result.answer.outcome != Outcome::kAnswered) worsen(Status::kUnanswered);
 }
 
-void Commands::config(Arguments& arguments) {
+void Console::config(Arguments& arguments) {
   const std::string path = arguments.word("FILE");
   arguments.end();
   std::string document = readFile(path);
   static_cast<void>(parseText(document));
   agent_.setConfiguration(std::move(document));
   const std::size_t clients = agent_.sendConfiguration();
-  printer_.print(Tone::kPlain, "configuration remembered, sent to " + counted(clients, "client"));
+  printer_.print(Tone::kPlain, configurationSent(clients));
 }
 
-void Commands::notify(Arguments& arguments) {
+void Console::notify(Arguments& arguments) {
   constexpr std::array<std::string_view, 3> kNames{"onConnect", "onDisconnect", "onProfileChanged"};
   const std::string name = arguments.name("NAME");
   const std::string service = arguments.name("SERVICE");
@@ -201,14 +188,14 @@ void Commands::notify(Arguments& arguments) {
   printer_.print(Tone::kPlain, "notified " + counted(clients, "client"));
 }
 
-void Commands::list(Arguments& arguments) {
+void Console::list(Arguments& arguments) {
   arguments.end();
-  const auto clients = agent_.describeClients();
-  if (clients.empty()) printer_.print(Tone::kPlain, "no client is connected");
-  for (const std::string& client : clients) printer_.print(Tone::kPlain, client);
+  const auto clients = agent_.clients();
+  if (clients.empty()) printer_.print(Tone::kPlain, kNoClient);
+  for (const ClientInfo& client : clients) showClient(printer_, *toJson(client));
 }
 
-void Commands::waitFor(Arguments& arguments) {
+void Console::waitFor(Arguments& arguments) {
   const auto timeout = arguments.flag("--timeout") ? arguments.milliseconds() : timeout_;
   const std::string service = arguments.name("SERVICE");
   const std::string method = arguments.name("METHOD");
@@ -220,23 +207,23 @@ void Commands::waitFor(Arguments& arguments) {
   printer_.print(Tone::kGood, title + " is subscribed");
 }
 
-void Commands::kill(Arguments& arguments) {
+void Console::kill(Arguments& arguments) {
   arguments.end();
   const std::size_t clients = agent_.dropClients();
   printer_.print(Tone::kPlain, "ended " + counted(clients, "connection"));
 }
 
-void Commands::showHelp(Arguments& arguments) {
+void Console::showHelp(Arguments& arguments) {
   arguments.end();
   printer_.print(Tone::kPlain, help());
 }
 
-void Commands::quit(Arguments& arguments) {
+void Console::quit(Arguments& arguments) {
   arguments.end();
   isQuitting_ = true;
 }
 
-std::string Commands::help() {
+std::string Console::help() {
   std::string text = "Commands:";
   for (const Command& command : kTable) {
     text += "\n  " + std::string{command.name} + (*command.usage == '\0' ? "" : " ") + command.usage;
@@ -245,40 +232,13 @@ std::string Commands::help() {
   return text;
 }
 
-void Commands::report(const std::string& title, const Answer& answer, std::chrono::milliseconds timeout) {
-  switch (answer.outcome) {
-    case Outcome::kAnswered:
-      return printer_.print(Tone::kGood, "reply to " + title + " after " + timeText(answer.took),
-                            payloadText(answer.payload));
-    case Outcome::kNoSuchMethod:
-      return fail("no such method: " + title + " (answered after " + timeText(answer.took) + ')');
-    case Outcome::kNoReply:
-      return fail("no reply to " + title + " within " + std::to_string(timeout.count()) + " ms");
-    case Outcome::kDisconnected:
-      return fail("no reply to " + title + ": the client disconnected");
-    case Outcome::kNotConnected:
-      return fail("no reply to " + title + ": no client is connected");
-    case Outcome::kInterrupted:
-      return fail("no reply to " + title + ": interrupted");
-  }
-}
-
-void Commands::fail(const std::string& line) {
+void Console::fail(const std::string& line) {
   printer_.print(Tone::kBad, line);
   worsen(Status::kUnanswered);
 }
 
-void Commands::worsen(Status status) {
+void Console::worsen(Status status) {
   status_ = std::max(status_, status);
-}
-
-std::string readFile(const std::string& path) {
-  std::error_code none;
-  if (std::filesystem::is_directory(path, none))
-    throw std::runtime_error{"cannot read " + path + ": it is a directory"};
-  std::ifstream file{path, std::ios::binary};
-  if (!file) throw std::runtime_error{"cannot read " + path + ": " + std::generic_category().message(errno)};
-  return {std::istreambuf_iterator<char>{file}, {}};
 }
 
 }  // namespace zalctl
