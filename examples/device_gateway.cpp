@@ -1,4 +1,4 @@
-// device_gateway: offers the machine that it runs on to the agent, as telemetry. A complete client in C++20.
+// device_gateway: offers the machine that it runs on to the agent, as telemetry. A complete client on zal.hpp.
 //
 //   device_gateway [--resolve] [URL]      URL is the agent's address, by default file:///tmp/zalIPC.sock
 //
@@ -16,7 +16,7 @@
 #include <netinet/in.h>
 #include <pthread.h>
 #include <signal.h>
-#include <zal/zal.h>
+#include <zal/zal.hpp>
 
 #include <algorithm>
 #include <array>
@@ -30,33 +30,19 @@
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <new>
 #include <numeric>
 #include <optional>
 #include <span>
 #include <sstream>
 #include <string>
 #include <string_view>
-#include <type_traits>
 #include <vector>
 
 namespace {
 
 using namespace std::string_view_literals;
 
-bool resolvesNames = false;  // set before the client starts
-
 // ---- What the datasets share ---------------------------------------------------------------------------------------
-
-template <auto Function>
-struct Release {
-  template <class T>
-  void operator()(T* resource) const noexcept {
-    Function(resource);
-  }
-};
-using ObjectPtr = std::unique_ptr<std::remove_pointer_t<ZAL_ObjectHandle>, Release<ZAL_Object_Destroy>>;
-using ClientPtr = std::unique_ptr<std::remove_pointer_t<ZAL_ClientHandle>, Release<ZAL_Client_Destroy>>;
 
 struct Free {
   void operator()(void* block) const noexcept { std::free(block); }
@@ -64,27 +50,6 @@ struct Free {
 /// A table that the library allocated.
 template <class T>
 using CArray = std::unique_ptr<T[], Free>;
-
-/// Sends what `build` adds. The object that it gets takes only the members that the request asks for. No exception may
-/// leave a handler: the library that calls it speaks C.
-template <class Build>
-int answer(ZAL_MessageHandle response, Build build) noexcept {
-  try {
-    ObjectPtr data{ZAL_TelemetryObject_Create(response)};
-    if (!data) throw std::bad_alloc{};
-    build(data.get());
-    ZAL_Message_SetData(response, data.release());  // also cuts the array that a "range=" of the request means
-  } catch (const std::exception& failure) {
-    ZAL_Message_SetError(response, 500, "device_gateway", failure.what());
-  }
-  return 0;
-}
-
-/// Whether the request asks for a member, or for something in it. One that it does not ask for would not be added
-/// anyway; to know that beforehand saves the time that its value takes.
-bool isWanted(ZAL_ObjectHandle parent, const char* key) {
-  return ZAL_Object_CheckFilter(parent, key, 0) == 1;
-}
 
 /// A process may bear any bytes as its name, and JSON takes only text.
 std::string printable(std::string_view name) {
@@ -96,72 +61,69 @@ std::string printable(std::string_view name) {
 
 // ---- device/system -------------------------------------------------------------------------------------------------
 
-void addMemory(ZAL_ObjectHandle system) {
+void addMemory(zal::Node system) {
   ZAL_MemoryInfo info{};
   ZAL_Osl_GetMemoryInfo(&info);
-  // Handles may be null: what is added to a member that nobody asked for goes nowhere.
-  ZAL_ObjectHandle memory = ZAL_Object_AddObject(system, "memory");
-  ZAL_Object_AddUint64(memory, "total", info.total);
-  ZAL_Object_AddUint64(memory, "free", info.free);
-  ZAL_Object_AddUint64(memory, "available", info.available);
+  // What is added to an object that nobody asked for goes nowhere.
+  system.addObject("memory").add("total", info.total).add("free", info.free).add("available", info.available);
 }
 
-void addProcessors(ZAL_ObjectHandle cpu) {
-  if (!isWanted(cpu, "processors")) return;
+void addProcessors(zal::Node cpu) {
+  // Would not be added if nobody asked for it; to know that beforehand saves half a second.
+  if (!cpu.wants("processors")) return;
   ZAL_CpuSummary summary{};
-  ZAL_GetCpuSummary(&summary);  // half a second
-  ZAL_ObjectHandle list = ZAL_Object_AddArray(cpu, "processors");
+  ZAL_GetCpuSummary(&summary);
+  const zal::Node list = cpu.addArray("processors");
   for (const ZAL_CpuLoad& load : std::span{summary.cpu, summary.numCpus}) {
-    ZAL_ObjectHandle processor = ZAL_Array_AddObject(list);
-    ZAL_Object_AddDouble(processor, "usage", load.usage);
-    ZAL_Object_AddDouble(processor, "user", load.user);
-    ZAL_Object_AddDouble(processor, "system", load.system);
-    ZAL_Object_AddDouble(processor, "iowait", load.iowait);
+    list.appendObject()
+        .add("usage", load.usage)
+        .add("user", load.user)
+        .add("system", load.system)
+        .add("iowait", load.iowait);
   }
 }
 
-void addCpu(ZAL_ObjectHandle system) {
-  ZAL_ObjectHandle cpu = ZAL_Object_AddObject(system, "cpu");
-  if (cpu == nullptr) return;
-  ZAL_Object_AddUint32(cpu, "frequency", ZAL_GetCpuFrequency(0));
+void addCpu(zal::Node system) {
+  const zal::Node cpu = system.addObject("cpu");
+  if (!cpu) return;
+  cpu.add("frequency", ZAL_GetCpuFrequency(0));
   addProcessors(cpu);
 }
 
-void addInterruptLines(ZAL_ObjectHandle interrupts) {
-  if (!isWanted(interrupts, "lines")) return;
+void addInterruptLines(zal::Node interrupts) {
+  if (!interrupts.wants("lines")) return;
   static std::mutex oneAtATime;  // reading the table sets the numeric locale of the process
   const auto info = std::make_unique<ZAL_InterruptInfo>();
   {
     const std::lock_guard hold{oneAtATime};
     ZAL_GetInterruptCount(info.get());
   }
-  ZAL_ObjectHandle lines = ZAL_Object_AddArray(interrupts, "lines");
+  const zal::Node lines = interrupts.addArray("lines");
   for (const ZAL_InterruptType& type : info->types) {
     const std::string_view name = type.name;
     if (name.empty()) continue;
-    ZAL_ObjectHandle line = ZAL_Array_AddObject(lines);
-    ZAL_Object_AddString(line, "name", type.name + std::min(name.find_first_not_of(' '), name.size()));
-    ZAL_Object_AddString(line, "description", printable(type.description).c_str());
-    ZAL_Object_AddUint64(line, "count", std::accumulate(std::begin(type.count), std::end(type.count), uint64_t{0}));
+    lines.appendObject()
+        .add("name", name.substr(std::min(name.find_first_not_of(' '), name.size())))
+        .add("description", printable(type.description))
+        .add("count", std::accumulate(std::begin(type.count), std::end(type.count), uint64_t{0}));
   }
 }
 
-void addInterrupts(ZAL_ObjectHandle system) {
-  ZAL_ObjectHandle interrupts = ZAL_Object_AddObject(system, "interrupts");
-  if (interrupts == nullptr) return;
+void addInterrupts(zal::Node system) {
+  const zal::Node interrupts = system.addObject("interrupts");
+  if (!interrupts) return;
   const auto info = std::make_unique<ZAL_InterruptInfo>();
   ZAL_GetProcStatInfo(info.get());
-  ZAL_Object_AddUint32(interrupts, "total", info->totalInterrupts);
-  ZAL_Object_AddUint32(interrupts, "contextSwitches", info->contextSwitches);
+  interrupts.add("total", info->totalInterrupts).add("contextSwitches", info->contextSwitches);
   addInterruptLines(interrupts);
 }
 
-void addSystem(ZAL_ObjectHandle device) {
-  ZAL_ObjectHandle system = ZAL_Object_AddObject(device, "system");
-  if (system == nullptr) return;
+void addSystem(zal::Node device) {
+  const zal::Node system = device.addObject("system");
+  if (!system) return;
   float uptime = 0;
   ZAL_GetUptimeFloat(&uptime);
-  ZAL_Object_AddDouble(system, "uptime", uptime);
+  system.add("uptime", uptime);
   addMemory(system);
   addCpu(system);
   addInterrupts(system);
@@ -228,18 +190,18 @@ class SocketHolders {
     ZAL_GatherProcPidsSymlinks(table_.data());
   }
 
-  void addHolder(ZAL_ObjectHandle connection, uint32_t inode) const {
+  void addHolder(zal::Node connection, uint32_t inode) const {
     const int index = ZAL_FindInodeSocket(inode, table_.data());
     const int slot = ZAL_FindSocketIdx(table_.data(), index, inode);
     if (slot < 0) {  // nobody's any more, or not ours to see
-      ZAL_Object_AddNull(connection, "process");
+      connection.add("process", nullptr);
       return;
     }
     const ZAL_ProcSocketEntry& holder = table_[static_cast<std::size_t>(index)];
-    ZAL_ObjectHandle process = ZAL_Object_AddObject(connection, "process");
-    ZAL_Object_AddInt32(process, "pid", holder.pid);
-    ZAL_Object_AddString(process, "name", printable(holder.name).c_str());
-    ZAL_Object_AddUint32(process, "changed", holder.socketTimes[slot]);  // of the descriptor's entry in /proc
+    connection.addObject("process")
+        .add("pid", holder.pid)
+        .add("name", printable(holder.name))
+        .add("changed", holder.socketTimes[slot]);  // of the descriptor's entry in /proc
   }
 
  private:
@@ -247,7 +209,7 @@ class SocketHolders {
 };
 
 /// The library names IPv4 addresses, two of them without asking anybody.
-void describe(ZAL_AddressInfo& end) {
+void describe(ZAL_AddressInfo& end, bool resolvesNames) {
   const std::string_view address = end.address;
   const bool isFixed = address == "127.0.0.1" || address == "0.0.0.0";
   const bool isV4 = address.find(':') == std::string_view::npos;
@@ -258,16 +220,16 @@ void describe(ZAL_AddressInfo& end) {
   }
 }
 
-void addAddress(ZAL_ObjectHandle connection, const char* key, ZAL_AddressInfo end) {
-  if (!isWanted(connection, key)) return;  // a look-up of the name takes time
-  describe(end);
-  ZAL_ZalObjectAddAddressStructure(&end, key, connection);
+void addAddress(zal::Node connection, const char* key, ZAL_AddressInfo end, bool resolvesNames) {
+  if (!connection.wants(key)) return;  // a look-up of the name takes time
+  describe(end, resolvesNames);
+  ZAL_ZalObjectAddAddressStructure(&end, key, connection.handle());
 }
 
-void addService(ZAL_ObjectHandle connection, const char* key, const ZAL_AddressInfo& end, const char* protocol) {
+void addService(zal::Node connection, const char* key, const ZAL_AddressInfo& end, const char* protocol) {
   std::array<char, 64> name{};
   ZAL_ConvertPortToDescription(end.port, protocol, name.data(), name.size());
-  ZAL_Object_AddString(connection, key, name.data());
+  connection.add(key, name.data());
 }
 
 const char* nameOfState(uint32_t state) {
@@ -276,8 +238,8 @@ const char* nameOfState(uint32_t state) {
   return kNames[state < kNames.size() ? state : 0];
 }
 
-void addConnections(ZAL_ObjectHandle network) {
-  if (!isWanted(network, "connections")) return;
+void addConnections(zal::Node network, bool resolvesNames) {
+  if (!network.wants("connections")) return;
   std::vector<Connection> connections;
   readConnections("tcp", "/proc/net/tcp", connections);
   readConnections("tcp", "/proc/net/tcp6", connections);
@@ -285,74 +247,61 @@ void addConnections(ZAL_ObjectHandle network) {
   readConnections("udp", "/proc/net/udp6", connections);
 
   std::optional<SocketHolders> holders;  // found when the first one is wanted
-  ZAL_ObjectHandle list = ZAL_Object_AddArray(network, "connections");
+  const zal::Node list = network.addArray("connections");
   for (const Connection& connection : connections) {
-    ZAL_ObjectHandle entry = ZAL_Array_AddObject(list);
-    ZAL_Object_AddString(entry, "protocol", connection.protocol);
-    if (connection.protocol == "tcp"sv) ZAL_Object_AddString(entry, "state", nameOfState(connection.state));
-    addAddress(entry, "local", connection.local);
+    const zal::Node entry = list.appendObject();
+    entry.add("protocol", connection.protocol);
+    if (connection.protocol == "tcp"sv) entry.add("state", nameOfState(connection.state));
+    addAddress(entry, "local", connection.local, resolvesNames);
     addService(entry, "localService", connection.local, connection.protocol);
-    addAddress(entry, "remote", connection.remote);
+    addAddress(entry, "remote", connection.remote, resolvesNames);
     addService(entry, "remoteService", connection.remote, connection.protocol);
-    if (!isWanted(entry, "process")) continue;
+    if (!entry.wants("process")) continue;
     if (!holders) holders.emplace();
     holders->addHolder(entry, connection.inode);
   }
 }
 
-int readDevice(ZAL_MessageHandle, ZAL_MessageHandle response, ZAL_MessageHandle) {
-  return answer(response, [](ZAL_ObjectHandle device) {
-    addSystem(device);
-    ZAL_ObjectHandle network = ZAL_Object_AddObject(device, "network");
-    if (network != nullptr) addConnections(network);
-  });
-}
-
 // ---- processes -----------------------------------------------------------------------------------------------------
 
-void addProcess(ZAL_ObjectHandle list, const ZAL_ProcessInfo& info) {
+void addProcess(zal::Node list, const ZAL_ProcessInfo& info) {
   std::array<char, 32> state{};
   ZAL_ConvertStateToString(info.state, state.data(), state.size());
-  ZAL_ObjectHandle process = ZAL_Array_AddObject(list);
-  ZAL_Object_AddInt32(process, "pid", info.pid);
-  ZAL_Object_AddString(process, "name", printable(info.comm).c_str());
-  ZAL_Object_AddString(process, "command", printable(info.cmdline).c_str());
-  ZAL_Object_AddDouble(process, "cpu", static_cast<double>(info.cpuUsage));
-  ZAL_Object_AddUint32(process, "resident", info.rss);
-  ZAL_Object_AddInt32(process, "threads", info.threads);
-  ZAL_Object_AddString(process, "state", state.data());
+  list.appendObject()
+      .add("pid", info.pid)
+      .add("name", printable(info.comm))
+      .add("command", printable(info.cmdline))
+      .add("cpu", info.cpuUsage)
+      .add("resident", info.rss)
+      .add("threads", info.threads)
+      .add("state", state.data());
 }
 
-int readProcesses(ZAL_MessageHandle, ZAL_MessageHandle response, ZAL_MessageHandle) {
-  return answer(response, [](ZAL_ObjectHandle data) {
-    if (!isWanted(data, "list")) return;
-    ZAL_ProcessInfo* table = nullptr;
-    uint32_t count = 0;
-    ZAL_GetProcessSummary(&table, &count);  // half a second
-    const CArray<ZAL_ProcessInfo> owner{table};
-    const std::span processes{table, count};
-    std::ranges::stable_sort(processes, std::greater{}, &ZAL_ProcessInfo::cpuUsage);
-    ZAL_ObjectHandle list = ZAL_Object_AddArray(data, "list");
-    for (const ZAL_ProcessInfo& process : processes) {
-      if (process.pid != 0) addProcess(list, process);  // 0: it came or went meanwhile
-    }
-  });
+void addProcesses(zal::Node data) {
+  if (!data.wants("list")) return;
+  ZAL_ProcessInfo* table = nullptr;
+  uint32_t count = 0;
+  ZAL_GetProcessSummary(&table, &count);  // half a second
+  const CArray<ZAL_ProcessInfo> owner{table};
+  const std::span processes{table, count};
+  std::ranges::stable_sort(processes, std::greater{}, &ZAL_ProcessInfo::cpuUsage);
+  const zal::Node list = data.addArray("list");
+  for (const ZAL_ProcessInfo& process : processes) {
+    if (process.pid != 0) addProcess(list, process);  // 0: it came or went meanwhile
+  }
 }
 
 // ---- Start and end -------------------------------------------------------------------------------------------------
 
-ClientPtr startClient(const char* url) {
-  ZAL_ClientOptions options;
-  ZAL_Client_GetDefaultOptions(&options);
-  if (url != nullptr) zalstrlcpy(options.url, url, sizeof options.url);
-  ClientPtr client{ZAL_Client_Create(&options)};
-  ZAL_ServiceHandle telemetry = ZAL_TelemetryService_Create();
-  if (!client || telemetry == nullptr) return nullptr;
-  ZAL_TelemetryService_AddDataset(telemetry, "device", readDevice);
-  ZAL_TelemetryService_AddDataset(telemetry, "processes", readProcesses);
-  ZAL_Client_AddService(client.get(), telemetry);  // the client owns it from here on
-  ZAL_Client_Start(client.get());
-  return client;
+/// An exception that leaves a handler, such as std::bad_alloc, reaches the agent as an error.
+void offerDatasets(const zal::Client& client, bool resolvesNames) {
+  client.dataset("device", [resolvesNames](const zal::Request&, zal::Response& response) {
+    const zal::Node device = response.data();
+    addSystem(device);
+    if (const zal::Node network = device.addObject("network")) addConnections(network, resolvesNames);
+  });
+  // Of a request with "range=", the array in the response is cut when the handler has returned.
+  client.dataset("processes", [](const zal::Request&, zal::Response& response) { addProcesses(response.data()); });
 }
 
 /// Before any thread starts, so that all of them inherit it and only sigwait() gets the signals.
@@ -367,23 +316,22 @@ sigset_t blockEndSignals() {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
   std::span<char*> arguments{argv + 1, argv + argc};
-  if (!arguments.empty() && arguments[0] == "--resolve"sv) {
-    resolvesNames = true;
-    arguments = arguments.subspan(1);
-  }
+  const bool resolvesNames = !arguments.empty() && arguments[0] == "--resolve"sv;
+  if (resolvesNames) arguments = arguments.subspan(1);
   if (arguments.size() > 1 || (!arguments.empty() && arguments[0][0] == '-')) {
     std::fprintf(stderr, "usage: device_gateway [--resolve] [URL]\n");
     return 2;
   }
   const sigset_t signals = blockEndSignals();
-  const ClientPtr client = startClient(arguments.empty() ? nullptr : arguments[0]);
-  if (!client) {
-    std::fprintf(stderr, "device_gateway: out of memory\n");
-    return EXIT_FAILURE;
-  }
+  const zal::Client client{arguments.empty() ? nullptr : arguments[0]};
+  offerDatasets(client, resolvesNames);
+  client.start();
   int received = 0;
   sigwait(&signals, &received);
   return EXIT_SUCCESS;
+} catch (const std::exception& failure) {
+  std::fprintf(stderr, "device_gateway: %s\n", failure.what());
+  return EXIT_FAILURE;
 }
