@@ -192,7 +192,7 @@ void ZAL_Log_CheckEnv(void) noexcept {
   zal::logfile::nameAfterProcess();
   for (std::size_t i = 0; i < std::size(debugEnvNames); ++i) {
     if (debugEnvNames[i] == nullptr) continue;
-    if (const char* const value = std::getenv(debugEnvNames[i])) kSettings[i](value);
+    if (const char* const value = secure_getenv(debugEnvNames[i])) kSettings[i](value);
   }
   ZAL_Log_FileClose(nullptr);
 }

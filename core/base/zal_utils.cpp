@@ -62,7 +62,7 @@ using TempDir = std::array<char, 4096>;
 
 TempDir findTempDir() noexcept {
   TempDir found{};
-  const char* const wish = std::getenv("TMPDIR");
+  const char* const wish = secure_getenv("TMPDIR");
   if (wish != nullptr && isDirectory(wish)) {
     // A path that stat accepts is shorter than PATH_MAX, so it fits.
     std::size_t length = std::min(zalstrlcpy(found.data(), wish, found.size()), found.size() - 1);

@@ -87,6 +87,7 @@ ZAL_EXPORT int ZAL_Log_GetLevel(void) ZAL_NOEXCEPT;
  * a further call moves the current file to the new directory, replacing a file of that name.
  *
  * A directory of more than 62 characters is ignored. One trailing "/" is removed, so that "/" itself cannot be opened.
+ * The log file must be a regular file: where a symbolic link or a FIFO has its name, text goes to the stream instead.
  * The process name is that of proc(5)'s comm, or the program's file name when comm cannot be read.
  *
  * Errors: a directory that cannot be opened is reported on standard output; nothing changes.
@@ -113,7 +114,8 @@ ZAL_EXPORT void ZAL_Log_SetFileMaxFiles(int count) ZAL_NOEXCEPT;
  *
  * A rotated file gets the local time as suffix, ".20240131-23:59:59"; a second rotation in the same second replaces the
  * first one's file. When the maximum of files exist whose names begin with the log file's and a dot, the first of them
- * by name is removed.
+ * by name is removed. Directories, and what has another ".log" in the rest of its name, are not counted: those are the
+ * logs of others.
  *
  * Errors: ignored; a file that cannot be renamed grows on.
  */
@@ -123,7 +125,7 @@ ZAL_EXPORT void ZAL_Log_FileClose(const char* name) ZAL_NOEXCEPT;
  * Reads the process name and the variables of debugEnvNames, and rotates a log file that an earlier run left too large.
  *
  * Numbers beyond an int count as the nearest int, and a text without a number as 0. Variables that are not set change
- * nothing.
+ * nothing, and in a program that runs with more rights than its caller (secure_getenv(3)) none is read.
  *
  * Threads: any, as long as none changes the environment meanwhile.
  */

@@ -168,7 +168,8 @@ ZAL_EXPORT uint32_t ZAL_GetFileSize(const char* path) ZAL_NOEXCEPT;
 
 /**
  * Gives the directory for temporary files: "TMPDIR" when it names a directory, else "/tmp", else "/". Decided once, on
- * the first call; trailing "/" are removed.
+ * the first call; trailing "/" are removed. In a program with more rights than its caller (secure_getenv(3)) "TMPDIR"
+ * does not count.
  *
  * Ownership: the text stays the library's and does not change.
  *

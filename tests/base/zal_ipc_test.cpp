@@ -1,11 +1,14 @@
 // The transport between real sockets: a server and a client, each on the thread of a loop of its own. The client sends
 // whole images, parts of them, and garbage.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/un.h>
 #include <zal/zal_ipc.h>
 #include <zal/zal_log.h>
 
+#include <algorithm>
 #include <array>
+#include <filesystem>
 #include <string>
 #include <thread>
 #include <utility>
@@ -18,6 +21,8 @@
 
 namespace zal::test {
 namespace {
+
+namespace fs = std::filesystem;
 
 /// Where the two sides meet. Members that outlive the sides come first.
 class IpcTransport : public ::testing::Test {
@@ -239,6 +244,28 @@ TEST_F(IpcTransport, RejectsUrlsThatLeadNowhere) {
 
 /// Open connections, with a write in flight and others waiting, are released in every order that a caller may choose;
 /// the leak and address checkers see what is left.
+TEST_F(IpcTransport, PassesNoDescriptorOnToProgramsAndFollowsNoLinkAtItsPath) {
+  const auto inherited = [] {
+    return std::ranges::count_if(fs::directory_iterator{"/proc/self/fd"}, [](const fs::directory_entry& entry) {
+      return (fcntl(std::stoi(entry.path().filename()), F_GETFD) & FD_CLOEXEC) == 0;
+    });
+  };
+  writeFile(directory_.file("kept"), "kept");
+  fs::create_symlink(directory_.file("kept"), directory_.file("ipc.sock"));
+  const long before = inherited();
+
+  Side sides[4];
+  for (Side* side : {&sides[0], &sides[2]}) {
+    const std::string url = side == &sides[0] ? url_ : StandInAgent{}.url();
+    ASSERT_EQ(side[0].listen(url), 1);
+    ASSERT_TRUE(side[1].connected(url));
+    ASSERT_NE(side[0].client(1), nullptr);
+  }
+
+  EXPECT_EQ(inherited(), before);
+  EXPECT_EQ(readFile(directory_.file("kept")), "kept");
+}
+
 TEST_F(IpcTransport, LeavesNothingBehindInAnyOrderOfRelease) {
   for (const bool disconnectFirst : {true, false})
     for (const bool destroyFirst : {true, false}) {

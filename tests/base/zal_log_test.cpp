@@ -2,6 +2,8 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <climits>
@@ -83,10 +85,10 @@ TEST(LogHexDump, AlignsAShortLastLine) {
                             std::string(15, ' ') + "|\n");
 }
 
-// Two directories, one of them named like a pattern that matches the other, and what reached the error stream.
+// Two directories and a process, whose names are patterns that match others, and what reached the error stream.
 class LogFiles : public ::testing::Test {
  protected:
-  LogFiles() { fs::create_directory(mine_), fs::create_directory(other_); }
+  LogFiles() { prctl(PR_SET_NAME, "*"), fs::create_directory(mine_), fs::create_directory(other_); }
 
   static std::set<std::string> namesIn(const fs::path& directory) {
     std::set<std::string> names;
@@ -97,8 +99,7 @@ class LogFiles : public ::testing::Test {
   const TempDir dir_;
   const fs::path mine_ = dir_.path() / "a[b]*\\c";
   const fs::path other_ = dir_.path() / "ab-\\c";
-  const std::string comm_ = readFile("/proc/self/comm");
-  const std::string name_ = comm_.substr(0, comm_.find('\n')) + ".log";
+  const std::string name_ = "*.log";
   const LogCapture err_;
 };
 
@@ -134,21 +135,41 @@ TEST_F(LogFiles, LeaveTheTextToTheStreamWhenTheyCannotServe) {
   EXPECT_EQ(err_.text(), "off\nnot to be opened\n");
 }
 
+TEST_F(LogFiles, AreNeitherLinksNorAnythingElseThatIsPlanted) {
+  writeFile(other_ / "kept", "keep");
+  fs::create_symlink(other_ / "kept", mine_ / name_);
+  ASSERT_EQ(ZAL_Log_SetDirectory(mine_.c_str()), 0);
+  ZAL_Log_SetFileMaxBytes(1);
+
+  zal_fprintf(stderr, "link\n");
+  fs::remove(mine_ / name_);
+  ASSERT_EQ(mkfifo((mine_ / name_).c_str(), 0600), 0);
+  zal_fprintf(stderr, "pipe\n");
+
+  EXPECT_EQ(err_.text(), "link\npipe\n");
+  EXPECT_EQ(readFile(other_ / "kept"), "keep");
+  EXPECT_EQ(namesIn(mine_), std::set{name_});
+}
+
 TEST_F(LogFiles, AreRotatedAboveTheMaximumAndTheOldestIsDropped) {
-  for (const fs::path& directory : {mine_, other_})
-    for (const char* year : {"2020", "2021"}) writeFile(directory / (name_ + "." + year + "0101-00:00:00"), "old");
+  const std::set<std::string> others = {name_ + ".b.log", name_ + ".b.log.20190101-00:00:00",
+                                        "b.log.20190101-00:00:00"};
+  for (const std::string& name : others) writeFile(mine_ / name, "of others");
+  for (const char* year : {"2020", "2021"}) writeFile(mine_ / (name_ + "." + year + "0101-00:00:00"), "old");
+  fs::create_directory(mine_ / (name_ + ".0"));
   ASSERT_EQ(ZAL_Log_SetDirectory(mine_.c_str()), 0);
   for (const int bytes : {100, 0, -5, INT_MAX}) ZAL_Log_SetFileMaxBytes(bytes);  // all but the first are ignored
   ZAL_Log_SetFileMaxFiles(0);
 
   zal_fprintf(stderr, "%0100d", 1);
-  EXPECT_EQ(namesIn(mine_).size(), 3U) << "a file of exactly the maximum stays";
+  EXPECT_EQ(fs::file_size(mine_ / name_), 100U) << "a file of exactly the maximum stays";
   zal_fprintf(stderr, "2");
 
-  const std::string dated = name_ + "\\.20[0-9]{6}-[0-9]{2}:[0-9]{2}:[0-9]{2}";
-  EXPECT_THAT(namesIn(mine_), ::testing::ElementsAre(name_ + ".20210101-00:00:00", MatchesRegex(dated)));
-  EXPECT_EQ(fs::file_size(mine_ / *namesIn(mine_).rbegin()), 101U);
-  EXPECT_EQ(namesIn(other_).size(), 2U);
+  std::set<std::string> names = namesIn(mine_);
+  for (const std::string& name : others) EXPECT_EQ(names.erase(name), 1U) << name;
+  const std::string dated = "\\*\\.log\\.20[0-9]{6}-[0-9]{2}:[0-9]{2}:[0-9]{2}";
+  EXPECT_THAT(names, ::testing::ElementsAre(name_ + ".0", name_ + ".20210101-00:00:00", MatchesRegex(dated)));
+  EXPECT_EQ(fs::file_size(mine_ / *names.rbegin()), 101U);
 }
 
 TEST_F(LogFiles, OfAnotherNameAreClosedOutWhateverTheirSize) {

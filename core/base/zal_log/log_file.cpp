@@ -1,24 +1,26 @@
 // The state and the work behind log_file.hpp. Working buffers are on the stack, so nothing here fails for want of
-// memory except glob, and then no old file is removed. Nothing here logs.
+// memory except opendir, and then no old file is removed. Nothing here logs.
 #include "base/zal_log/log_file.hpp"
 
 #include <zal/zal_runtime.h>
 
-#include <dirent.h>
 #include <fcntl.h>
-#include <glob.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
 #include <atomic>
+#include <climits>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <limits>
+#include <string_view>
+#include <utility>
 
 #include "base/zal_log/write_formatted.hpp"
 #include "support/descriptor.hpp"
+#include "support/directory.hpp"
 #include "support/local_time.hpp"
 #include "support/lock.hpp"
 
@@ -28,16 +30,17 @@ namespace {
 constexpr std::size_t kPathSize = 256;
 constexpr std::size_t kLongestDirectory = 62;
 constexpr double kGigabyte = 1073741824.0;
+constexpr char kExtension[] = ".log";
 
 using Path = std::array<char, kPathSize>;
-using Directory = std::array<char, 64>;
+using DirectoryPath = std::array<char, 64>;
 
 constinit std::atomic<bool> fileLoggingOn{false};
 
 constinit StaticMutex mutex;
 constinit int maxBytes ZAL_GUARDED_BY(mutex) = 1000000;
 constinit int maxFiles ZAL_GUARDED_BY(mutex) = 2;
-constinit Directory logDirectory ZAL_GUARDED_BY(mutex) = {};
+constinit DirectoryPath logDirectory ZAL_GUARDED_BY(mutex) = {};
 constinit std::array<char, 32> processName ZAL_GUARDED_BY(mutex) = {};
 /// The current log file; empty means that the next write builds it anew.
 constinit Path g_debugFilePath ZAL_GUARDED_BY(mutex) = {};
@@ -48,13 +51,13 @@ bool isEmpty(const std::array<char, N>& text) noexcept {
 }
 
 /// "<directory>/<name>.log" as far as it fits.
-Path pathOf(const Directory& directory, const char* name) noexcept {
+Path pathOf(const DirectoryPath& directory, const char* name) noexcept {
   Path path{};
   zalstrlcpy(path.data(), directory.data(), path.size());
   const std::size_t length = std::strlen(path.data());
   if (length > 0 && path[length - 1] != '/') zalstrlcat(path.data(), "/", path.size());
   zalstrlcat(path.data(), name, path.size());
-  zalstrlcat(path.data(), ".log", path.size());
+  zalstrlcat(path.data(), kExtension, path.size());
   return path;
 }
 
@@ -78,31 +81,37 @@ const char* processNameLocked() noexcept ZAL_REQUIRES(mutex) {
 /// Size of the current log file, or -1 when there is none. The 64-bit call sees files that outgrew a 32-bit off_t.
 std::int64_t sizeLocked() noexcept ZAL_REQUIRES(mutex) {
   struct stat64 status {};
-  return stat64(g_debugFilePath.data(), &status) == 0 ? status.st_size : -1;
+  return lstat64(g_debugFilePath.data(), &status) == 0 && S_ISREG(status.st_mode) ? status.st_size : -1;
 }
 
-/// The glob pattern for everything that begins with `path` and a dot; characters of the path itself match only
-/// themselves.
-std::array<char, 2 * kPathSize + 2> rotatedPattern(const Path& path) noexcept {
-  std::array<char, 2 * kPathSize + 2> pattern{};
-  std::size_t end = 0;
-  for (const char* at = path.data(); *at != '\0'; ++at) {
-    if (std::strchr("*?[\\", *at) != nullptr) pattern[end++] = '\\';
-    pattern[end++] = *at;
-  }
-  zalstrlcat(pattern.data(), ".*", pattern.size());
-  return pattern;
+/// Whether `name` is a rotated file of the log file `log`. "a.log.b.log", and what it was rotated to, are those of
+/// another process, named "a.log.b".
+bool isRotatedFrom(std::string_view log, std::string_view name) noexcept {
+  if (!name.starts_with(log)) return false;
+  const std::string_view suffix = name.substr(log.size());
+  return suffix.starts_with('.') && !suffix.ends_with(kExtension) && suffix.find(".log.") == std::string_view::npos;
 }
 
-/// Makes room for one more rotated file. Their stamps sort in time order, so the first match is the oldest.
+/// Makes room for one more rotated file. Their stamps sort in time order, so the first by name is the oldest.
 void removeOldestLocked() noexcept ZAL_REQUIRES(mutex) {
-  glob_t found{};
-  const bool matched = glob(rotatedPattern(g_debugFilePath).data(), GLOB_ERR, nullptr, &found) == 0;
-  if (matched && found.gl_pathc >= static_cast<std::size_t>(maxFiles)) std::remove(found.gl_pathv[0]);
-  globfree(&found);
+  Path parent = g_debugFilePath;
+  char* const slash = std::strrchr(parent.data(), '/');
+  *slash = '\0';
+  const Directory directory{parent.data()};
+  std::array<char, NAME_MAX + 1> oldest{};
+  int count = 0;
+  while (const dirent64* const entry = directory.next()) {
+    if (entry->d_type == DT_DIR || !isRotatedFrom(slash + 1, entry->d_name)) continue;
+    if (count++ == 0 || std::strcmp(entry->d_name, oldest.data()) < 0)
+      zalstrlcpy(oldest.data(), entry->d_name, oldest.size());
+  }
+  if (count >= maxFiles) static_cast<void>(unlinkat(directory.descriptor(), oldest.data(), 0));
 }
 
-void rotateLocked() noexcept ZAL_REQUIRES(mutex) {
+/// Rotates the current log file if it is larger. The size is that of the file that has the name now: another process
+/// of the same name may have rotated the one that was written.
+void rotateAboveLocked(std::int64_t bytes) noexcept ZAL_REQUIRES(mutex) {
+  if (sizeLocked() <= bytes) return;
   const auto now = localTime();
   if (!now) return;
   removeOldestLocked();
@@ -116,11 +125,22 @@ void closeLocked(const char* name) noexcept ZAL_REQUIRES(mutex) {
   if ((name != nullptr || isEmpty(g_debugFilePath)) && !isEmpty(logDirectory))
     g_debugFilePath = pathOf(logDirectory, name != nullptr ? name : processNameLocked());
   if (isEmpty(g_debugFilePath)) return;
-  if (sizeLocked() > (name != nullptr ? 0 : maxBytes)) rotateLocked();
+  rotateAboveLocked(name != nullptr ? 0 : maxBytes);
   if (name != nullptr) g_debugFilePath = {};
 }
 
-/// Opens the current log file for appending.
+/// A log file is a regular file in its own place: a planted link could lead anywhere, and opening or writing a FIFO
+/// would hold every thread that logs.
+Descriptor openForAppending(const char* path) noexcept {
+  constexpr mode_t kLikeFopen = 0666;
+  constexpr int kAppend = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_LARGEFILE;
+  Descriptor file{open(path, kAppend | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, kLikeFopen)};
+  struct stat64 status {};
+  const bool isRegular = file.isOpen() && fstat64(file.get(), &status) == 0 && S_ISREG(status.st_mode);
+  return isRegular ? std::move(file) : Descriptor{-1};
+}
+
+/// Opens the current log file.
 Descriptor openLocked() noexcept ZAL_REQUIRES(mutex) {
   if (isEmpty(g_debugFilePath) && !isEmpty(logDirectory)) g_debugFilePath = pathOf(logDirectory, processNameLocked());
   if (isEmpty(g_debugFilePath)) {
@@ -128,22 +148,15 @@ Descriptor openLocked() noexcept ZAL_REQUIRES(mutex) {
     std::fflush(stdout);
     return Descriptor{-1};
   }
-  constexpr mode_t kLikeFopen = 0666;
-  return Descriptor{open(g_debugFilePath.data(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_LARGEFILE, kLikeFopen)};
+  return openForAppending(g_debugFilePath.data());
 }
 
 /// The current file moves along when the directory changes.
-void changeDirectoryLocked(const Directory& directory) noexcept ZAL_REQUIRES(mutex) {
+void changeDirectoryLocked(const DirectoryPath& directory) noexcept ZAL_REQUIRES(mutex) {
   const Path before = pathOf(logDirectory, processNameLocked());
   const Path after = pathOf(directory, processNameLocked());
   logDirectory = directory;
   if (before != after) static_cast<void>(std::rename(before.data(), after.data()));  // else the file starts anew
-}
-
-bool canOpenDirectory(const char* directory) noexcept {
-  DIR* const opened = opendir(directory);
-  if (opened != nullptr) closedir(opened);
-  return opened != nullptr;
 }
 
 void warnAboutSpace(int bytes, int files) noexcept {
@@ -161,15 +174,12 @@ bool isOn() noexcept {
 
 bool append(const char* format, std::va_list arguments) noexcept {
   const LockGuard hold{mutex};
-  bool isTooLarge = false;
   {
     const Descriptor file = openLocked();
     if (!file.isOpen()) return false;
     writeFormatted(file.get(), format, arguments);
-    struct stat64 status {};
-    isTooLarge = fstat64(file.get(), &status) == 0 && status.st_size > maxBytes;
   }
-  if (isTooLarge) rotateLocked();
+  rotateAboveLocked(maxBytes);
   return true;
 }
 
@@ -182,10 +192,10 @@ int setDirectory(const char* directory) noexcept {
   if (directory == nullptr || *directory == '\0') return -1;
   const std::size_t length = strnlen(directory, kLongestDirectory + 1);
   if (length > kLongestDirectory) return 0;
-  Directory copy{};
+  DirectoryPath copy{};
   zalstrlcpy(copy.data(), directory, copy.size());
   if (copy[length - 1] == '/') copy[length - 1] = '\0';
-  if (!canOpenDirectory(copy.data())) {
+  if (!Directory{copy.data()}.isOpen()) {
     std::printf("Could not open dir (%s)\n", copy.data());
     std::fflush(stdout);
     return -1;
