@@ -69,7 +69,9 @@ typedef int (*tpl_gather_callback)(void* image, size_t length, void* data);
  *              with status -1
  * gather_limit the longest image, or pending image with the block that continues it, that tpl_gather accepts; 0 accepts
  *              any. To be set wherever a peer is not trusted: the length in a header decides how much is kept for it.
- *              At most twice what has arrived, or 64 KiB, is reserved before the rest comes
+ *              At most twice what has arrived, or 64 KiB, is reserved before the rest comes, and never more than the
+ *              limit. A client that expects no image above 1 MiB says so before it starts:
+ *              tpl_hook.gather_limit = 1 << 20;
  */
 typedef struct tpl_hook_record {
   int (*report_fn)(const char* format, ...) ZAL_PRINTF_LIKE(1, 2);

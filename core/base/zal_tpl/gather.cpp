@@ -84,12 +84,19 @@ int deliverFrom(std::string_view& block, const Outlet& outlet) noexcept {
   return kGathered;
 }
 
+/// The most that an image may take: what its header says, as far as the limit allows.
+std::size_t mostOf(const PendingImage& pending) noexcept {
+  const std::size_t limit = tpl_hook.gather_limit;
+  return limit != 0 ? std::min(pending.wanted, limit) : pending.wanted;
+}
+
 /// Makes room for `size` bytes. More than twice what has arrived is not reserved on the word of a header, so that
 /// growing costs little and lying gains little.
 void reserve(PendingImage& pending, std::size_t size) noexcept {
   if (size <= pending.capacity) return;
-  const std::size_t twice = size > pending.wanted / 2 ? pending.wanted : size * 2;
-  pending.capacity = std::min(pending.wanted, std::max(kFreelyReserved, twice));
+  const std::size_t most = mostOf(pending);
+  const std::size_t twice = size > most / 2 ? most : size * 2;
+  pending.capacity = std::max(size, std::min(most, std::max(kFreelyReserved, twice)));
   void*& bytes = pending.shown.bytes;
   bytes = bytes == nullptr ? allocate(pending.capacity) : tpl_hook.realloc_fn(bytes, pending.capacity);
   if (bytes == nullptr) ZAL_TPL_FATAL("out of memory\n");
