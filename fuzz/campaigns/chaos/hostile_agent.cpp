@@ -60,7 +60,7 @@ void HostileAgent::round() {
     if (random_.oneIn(2)) std::this_thread::sleep_for(milliseconds{random_.below(5)});
     leave();
   }
-  meet();
+  meet(configuration());
   const int weight =
       std::accumulate(kActs.begin(), kActs.end(), 0, [](int sum, const Act& act) { return sum + act.weight; });
   After after = After::kGoOn;
@@ -80,7 +80,7 @@ void HostileAgent::round() {
 
 // Being there, and going.
 
-void HostileAgent::meet() {
+void HostileAgent::meet(const std::string& configuration) {
   connection_ = listener_.accept();
   isConfigurationAsked_ = false;
   isSubscribed_ = false;
@@ -89,7 +89,7 @@ void HostileAgent::meet() {
       if (Clock::now() > end) throw Failure{what};
   };
   await(isConfigurationAsked_, "the client does not ask for its configuration");
-  sendCut(encodeImage({{.code = ZAL_IPC_CMD_CONFIG, .payload = configuration()}}));
+  sendCut(encodeImage({{.code = ZAL_IPC_CMD_CONFIG, .payload = configuration}}));
   await(isSubscribed_, "the client does not subscribe");
   lateness_.add(Clock::now() - back_ - milliseconds{Application::kIntervalMs + 100});
 }

@@ -30,10 +30,11 @@ class HostileAgent {
 
   /// One connection from its begin to its end.
   void round();
-  /// A connection on which nothing happens: everything is answered, gateway requests too, when `look` is called.
+  /// A connection on which nothing happens: everything is answered, gateway requests too, when `look` is called, and
+  /// the client holds the same small configuration each time.
   template <class Look>
   void rest(Look look) {
-    meet();
+    meet("{}");
     application_.pause();
     settleAll();
     look();
@@ -56,7 +57,7 @@ class HostileAgent {
   static const std::vector<void (HostileAgent::*)()> kEnds;
 
   // Being there, and going.
-  void meet();
+  void meet(const std::string& configuration);
   void leave();
   void vanish();
 

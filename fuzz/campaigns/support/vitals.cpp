@@ -31,6 +31,7 @@ std::string Vitals::text() const {
 }
 
 Vitals vitals() {
+  malloc_trim(0);  // what has been freed is no growth
   const auto heap = mallinfo2();
   return {.descriptors = entriesOf("/proc/self/fd"),
           .threads = entriesOf("/proc/self/task"),
