@@ -152,6 +152,7 @@ void HostileAgent::settle() {
 
 /// Has the client end every gateway request: those that did not reach the agent are answered too, as if they had.
 void HostileAgent::settleAll() {
+  ask();  // behind what earlier connections have left in the queue of the workers
   settle();
   answerQuestions();
   for (const auto end = Clock::now() + kPatience; application_.openQuestions() != 0; pump(milliseconds{20})) {
