@@ -1,0 +1,121 @@
+// The serialization engine under an input: its memory is counted, its reports are formatted and dropped, and where it
+// would end the process, the input is rejected instead.
+#pragma once
+
+#include <zal/zal_tpl.h>
+
+#include <csetjmp>
+#include <cstdarg>
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+#include <new>
+
+#include "fuzz.hpp"
+
+namespace zal::fuzz {
+
+/// Holds tpl_hook while it lives, and frees in the end what the engine has handed out or was kept from freeing.
+class EngineHook {
+ public:
+  /// `memory` is what the engine can have at a time, in bytes.
+  explicit EngineHook(std::size_t memory = 64 << 20) noexcept : saved_{tpl_hook} {
+    blocks_ = {.previous = &blocks_, .next = &blocks_, .size = 0};
+    memory_ = memory;
+    bytes_ = peak_ = count_ = 0;
+    tpl_hook = {report, allocate, reallocate, release, endInput, 0};
+  }
+  ~EngineHook() {
+    while (blocks_.next != &blocks_) release(blocks_.next + 1);
+    tpl_hook = saved_;
+  }
+  EngineHook(const EngineHook&) = delete;
+  EngineHook& operator=(const EngineHook&) = delete;
+
+  /// Runs `body`; false when the engine ended it. It must not own anything: its destructors do not run then.
+  template <class Body>
+  [[nodiscard]] static bool run(Body body) {
+    std::jmp_buf back;
+    if (setjmp(back) != 0) {  // NOLINT: the engine has no other way out, and it holds nothing but counted memory
+      back_ = nullptr;
+      return false;
+    }
+    back_ = &back;
+    body();
+    back_ = nullptr;
+    return true;
+  }
+
+  /// Blocks that the engine holds or has handed out.
+  static std::size_t blocks() noexcept { return count_; }
+  /// Their bytes, and the most that there were.
+  static std::size_t bytes() noexcept { return bytes_; }
+  static std::size_t peak() noexcept { return peak_; }
+
+ private:
+  /// What stands in front of each block.
+  struct alignas(std::max_align_t) Block {
+    Block* previous;
+    Block* next;
+    std::size_t size;
+  };
+
+  ZAL_PRINTF_LIKE(1, 2) static int report(const char* format, ...) {
+    char text[256];
+    va_list arguments;
+    va_start(arguments, format);
+    static_cast<void>(std::vsnprintf(text, sizeof text, format, arguments));
+    va_end(arguments);
+    return 0;
+  }
+
+  ZAL_PRINTF_LIKE(1, 2) static void endInput(const char* format, ...) {
+    char text[256];
+    va_list arguments;
+    va_start(arguments, format);
+    static_cast<void>(std::vsnprintf(text, sizeof text, format, arguments));
+    va_end(arguments);
+    if (back_ == nullptr) fail(text, __FILE__, __LINE__);
+    std::longjmp(*back_, 1);  // NOLINT
+  }
+
+  static void* allocate(std::size_t size) {
+    if (size > memory_ - bytes_) return nullptr;
+    void* const memory = std::malloc(sizeof(Block) + size);
+    if (memory == nullptr) return nullptr;
+    auto* const block = new (memory) Block{.previous = blocks_.previous, .next = &blocks_, .size = size};
+    block->previous->next = block->next->previous = block;
+    bytes_ += size;
+    peak_ = std::max(peak_, bytes_);
+    ++count_;
+    return block + 1;
+  }
+
+  static void* reallocate(void* old, std::size_t size) {
+    void* const grown = allocate(size);
+    if (grown == nullptr || old == nullptr) return grown;
+    std::memcpy(grown, old, std::min(size, (static_cast<Block*>(old) - 1)->size));
+    release(old);
+    return grown;
+  }
+
+  static void release(void* memory) {
+    if (memory == nullptr) return;
+    Block* const block = static_cast<Block*>(memory) - 1;
+    block->previous->next = block->next;
+    block->next->previous = block->previous;
+    bytes_ -= block->size;
+    --count_;
+    std::free(block);
+  }
+
+  static inline Block blocks_{};
+  static inline std::size_t memory_ = 0;
+  static inline std::size_t bytes_ = 0;
+  static inline std::size_t peak_ = 0;
+  static inline std::size_t count_ = 0;
+  static inline std::jmp_buf* back_ = nullptr;
+  tpl_hook_record saved_;
+};
+
+}  // namespace zal::fuzz
