@@ -140,8 +140,8 @@ def keep(target):
     """Replaces the nameless inputs of the checked-in corpus by a few that cover what was found."""
     found, seeds = corpora(target)
     with tempfile.TemporaryDirectory() as directory:
-        subprocess.run([PROGRAMS / f"fuzz_{target}", "-set_cover_merge=1", "-close_fd_mask=3",
-                        directory, seeds, found], stderr=subprocess.DEVNULL, check=True)
+        subprocess.run([PROGRAMS / f"fuzz_{target}", "-set_cover_merge=1", directory, seeds, found],
+                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=True)
         chosen = [path for path in pathlib.Path(directory).iterdir()
                   if path.stat().st_size <= LARGEST_KEPT and is_nameless(path)]
         chosen.sort(key=lambda path: (path.stat().st_size, path.name))

@@ -91,14 +91,17 @@ void findProcess(const char* root, const Text& name) {
   FUZZ_CHECK(!list || std::string_view{list.get()}.starts_with("root    123"));
 }
 
-void readAttribute(const Process& process) {
+void readAttribute(const Process& process, std::size_t size) {
+  constexpr std::size_t kFrequencyRead = 31;
   std::uint32_t value = 1;
   FUZZ_CHECK(sysfs_get((process.root / "").c_str(), "comm", &value) == 0);
   const std::string path = process.root / "comm";
   static_cast<void>(zal::cpu::readProcessors(path.c_str(), ZAL_CPU_MAX));
   static_cast<void>(zal::cpu::readSystem(path.c_str()));
-  FUZZ_CHECK(zal::cpu::readMegahertz(path.c_str()) == value / 1000 || value == UINT32_MAX ||
-             zal::cpu::readMegahertz(path.c_str()) == 0);
+  const std::uint32_t frequency = zal::cpu::readMegahertz(path.c_str());
+  // A number that is none for the one, such as a negative one, is the largest for the other.
+  const bool isOrdinary = value != UINT32_MAX && size <= kFrequencyRead;
+  FUZZ_CHECK(!isOrdinary || frequency == value / 1000 || frequency == 0);
 }
 
 }  // namespace
@@ -115,6 +118,6 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   process.cmdline.set(input.rest());
   readProcess(process.root.path(), stat.view());
   findProcess(process.root.path(), name);
-  readAttribute(process);
+  readAttribute(process, comm.size());
   return 0;
 }
