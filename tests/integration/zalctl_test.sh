@@ -155,6 +155,20 @@ agent 0 'no control socket: .* no socket' -c list
 grep -q events "$dir/good.json" || fail 'a link was followed'
 rm "$dir/agent.sock.ctl"
 
+# Gateway requests, answered by rules.
+cat >"$dir/answers.json" <<'EOT'
+[{"service": "cloud", "name": "look*", "when": {"device": "another"}, "drop": true},
+ {"service": "cloud", "name": "look*", "when": {"device": "gateway"}, "answer": {"found": [1]}, "delay": 20}]
+EOT
+sed 's/delay/dealy/' "$dir/answers.json" >"$dir/broken.json"
+agent 2 'broken.json: rule 2 has an unknown member "dealy"' --answers "$dir/broken.json"
+"${zalctl[@]}" agent --url "$url" --stay --answers "$dir/answers.json" >"$dir/answers.out" 2>&1 &
+answers_pid=$!
+pids+=" $answers_pid"
+wait_for 'gateway request cloud lookup .*answered by rule 2' "$dir/answers.out"
+wait_for 'the cloud answered \{"found":\[1\]\}' "$dir/gateway.out"
+end "$answers_pid"
+
 # An agent that lasts: commands from standard input, two clients, connections that end, a killed client and one that does not answer.
 mkfifo "$dir/in"
 exec {input}<>"$dir/in"

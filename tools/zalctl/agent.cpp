@@ -70,6 +70,7 @@ Agent::~Agent() {
   stop();
   // Now that the loop stands still no client comes or goes. The closes wait in its queue until its destruction runs
   // them.
+  for (const Delayed& waiting : delayed_) ZAL_EventLoop_StopTimer(loop_, waiting.timer);
   closeSessions();
   ZAL_IPC_ServerShutdown(ipc_);
   ZAL_EventLoop_Destroy(loop_);
@@ -324,14 +325,39 @@ void Agent::onConfigurationRequest(Session& session, const Record& record) {
 }
 
 void Agent::onGatewayRequest(Session& session, const Record& record) {
-  Record response{ZAL_IPC_CMD_GATEWAY_RESPONSE, record.service, record.name, record.payload, record.requestId};
-  if (!response.payload.empty() && response.payload.back() == '\0') response.payload.pop_back();
-  {
-    const std::lock_guard hold{mutex_};
-    sendLocked(session, response);
+  const std::size_t number = answers_.find(record);
+  Record answer{ZAL_IPC_CMD_GATEWAY_RESPONSE, record.service, record.name, record.payload, record.requestId};
+  if (!answer.payload.empty() && answer.payload.back() == '\0') answer.payload.pop_back();
+  std::string how = "answered with its own data";
+  std::chrono::milliseconds delay{};
+  if (number != 0) {
+    const AnswerRule& rule = answers_.rule(number);
+    answer.payload = rule.answer;
+    delay = rule.delay;
+    how = (rule.answer.empty() ? "dropped by rule " : "answered by rule ") + std::to_string(number);
   }
-  const std::string title = " gateway request " + titleOf(record) + idOf(record);
-  tell(newsOf(session, record, title + ": answered with its own data", true));
+  if (delay.count() != 0) {
+    sendLater(session.number(), answer, delay);
+  } else if (number == 0 || !answer.payload.empty()) {
+    const std::lock_guard hold{mutex_};
+    sendLocked(session, answer);
+  }
+  tell(newsOf(session, record, " gateway request " + titleOf(record) + idOf(record) + ": " + how, true));
+}
+
+void Agent::sendLater(unsigned client, const Record& answer, std::chrono::milliseconds delay) {
+  const auto send = [](uv_timer_t* timer) noexcept {
+    const Delayed& due = *static_cast<Delayed*>(ZAL_EventLoop_GetTimerContext(timer));
+    Agent& self = due.agent;
+    ZAL_EventLoop_StopTimer(self.loop_, timer);
+    const std::lock_guard hold{self.mutex_};
+    for (const Session& session : self.sessions_) {
+      if (session.number() == due.client) self.sendLocked(session, due.answer);
+    }
+    self.delayed_.remove_if([&](const Delayed& other) { return &other == &due; });
+  };
+  Delayed& waiting = delayed_.emplace_back(Delayed{*this, client, answer, nullptr});
+  waiting.timer = ZAL_EventLoop_StartTimer(loop_, send, static_cast<std::uint64_t>(delay.count()), 0, &waiting);
 }
 
 Session& Agent::sessionLocked(ZAL_IpcClientContext context) {

@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "answers.hpp"
 #include "news.hpp"
 #include "session.hpp"
 #include "waiter.hpp"
@@ -41,6 +42,9 @@ class Agent {
   void listen(const std::string& url);
   /// Adds a second sink, or takes it away. While the loop does not run.
   void setListener(NewsSink listener) { listener_ = std::move(listener); }
+  /// Sets what answers gateway requests; one that no rule fits is answered with its own data. While the loop does not
+  /// run.
+  void setAnswers(Answers answers) { answers_ = std::move(answers); }
   /// Serves clients on the loop thread from now on.
   void run() { ZAL_EventLoop_Run(loop_); }
   /// Lets the loop write what is queued, then ends its thread. For good.
@@ -76,6 +80,14 @@ class Agent {
   std::size_t dropClients();
 
  private:
+  /// An answer that waits for its time, of the loop thread alone.
+  struct Delayed {
+    Agent& agent;
+    unsigned client;
+    Record answer;
+    uv_timer_t* timer;
+  };
+
   void tell(const News& news) const;
   void onConnect(ZAL_IpcClientContext context);
   void onDisconnect(ZAL_IpcClientContext context);
@@ -86,6 +98,8 @@ class Agent {
   void onEvent(Session& session, const Record& record);
   void onConfigurationRequest(Session& session, const Record& record);
   void onGatewayRequest(Session& session, const Record& record);
+  /// Sends an answer after a while, if the client is still there.
+  void sendLater(unsigned client, const Record& answer, std::chrono::milliseconds delay);
 
   // With the lock held.
   Session& sessionLocked(ZAL_IpcClientContext context);
@@ -102,6 +116,7 @@ class Agent {
   Waiter& waiter_;
   const NewsSink sink_;
   NewsSink listener_;
+  Answers answers_;
   ZAL_EventLoopContext loop_;
   ZAL_IpcHandle ipc_;
 
@@ -111,7 +126,8 @@ class Agent {
   unsigned lastSession_ = 0;
   std::uint16_t lastRequestId_ = 0;
   bool isStopped_ = false;  // the command thread's own
-  int turnsLeft_ = 0;       // of the loop, until settle() goes on
+  std::list<Delayed> delayed_;
+  int turnsLeft_ = 0;  // of the loop, until settle() goes on
 };
 
 }  // namespace zalctl

@@ -24,6 +24,7 @@ struct Options {
   std::string url = kDefaultUrl;
   std::string control;
   std::string configuration;
+  std::string answers;
   std::string script;
   std::vector<std::string> commands;
   unsigned timeoutMs = 5000;
@@ -37,6 +38,12 @@ constexpr const char* kAgentExitStatus =
     "  2  wrong usage: an option, an unknown command, JSON that is none, a missing file, an address in use\n\n"
     "A request that a client does not know is answered by an image without records, which bears no id. It is taken\n"
     "for the oldest open call to a method that the client has not subscribed, or else for its oldest open call.\n\n"
+    "Gateway requests are answered by the first rule that fits, in a file such as\n"
+    "  [{\"service\": \"cloud\", \"name\": \"get*\", \"when\": {\"id\": 1}, \"answer\": {\"found\": true}, \"delay\": "
+    "200},\n"
+    "   {\"service\": \"cloud\", \"drop\": true}]\n"
+    "with patterns for service and name, members that the request's data must have, any JSON for the answer, and a\n"
+    "delay in milliseconds; all but \"answer\" or \"drop\" may be missing.\n\n"
     "While it runs, the commands call, list, listen and config of other terminals reach it at its control socket: the\n"
     "path of its own socket and \".ctl\", or /tmp/zalctl-HOST-PORT.ctl for TCP. It is for the same user alone.";
 
@@ -67,6 +74,7 @@ Status run(const Options& options) {
     static_cast<void>(parseText(document));
     agent.setConfiguration(std::move(document));
   }
+  if (!options.answers.empty()) agent.setAnswers(Answers{options.answers});
   agent.listen(options.url);
   const auto control = openControl(agent, options, printer);
   agent.run();
@@ -86,6 +94,8 @@ Run declareAgent(CLI::App& app) {
   app.add_option("--url", options->url, "address to listen at, file:///PATH or tcp://HOST:PORT")->capture_default_str();
   app.add_option("--control", options->control, "control socket for other terminals (default: beside its own)");
   app.add_option("--config", options->configuration, "configuration document for the clients (default: {})");
+  app.add_option("--answers", options->answers,
+                 "rules that answer gateway requests, JSON (default: with their own data)");
   app.add_option("--script", options->script, "file of commands to run instead of reading standard input");
   app.add_option("-c,--command", options->commands, "command to run, after the script; repeatable")
       ->expected(1)
