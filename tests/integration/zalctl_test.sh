@@ -35,7 +35,7 @@ no_reports() { if grep -q 'Sanitizer\|runtime error' "$dir"/*.out; then fail 'a 
 check() {
   local status=0
   "${zalctl[@]}" "${@:3}" >"$dir/run.out" 2>&1 </dev/null || status=$?
-  [[ $status == "$1" ]] || fail "status $status, not $1: ${*:3}"
+  [[ $status == $1 ]] || fail "status $status, not $1: ${*:3}"
   grep -Eq -- "$2" "$dir/run.out" || fail "no line like '$2': ${*:3}"
   no_reports
 }
@@ -168,6 +168,52 @@ pids+=" $answers_pid"
 wait_for 'gateway request cloud lookup .*answered by rule 2' "$dir/answers.out"
 wait_for 'the cloud answered \{"found":\[1\]\}' "$dir/gateway.out"
 end "$answers_pid"
+
+# Between a client and its agent: what passes is printed and recorded, and the recording serves again.
+kill -STOP "$gateway_pid" # it would take the calls
+"${zalctl[@]}" agent --url "$url" --stay --config "$dir/good.json" >"$dir/agent.out" 2>&1 &
+agent_pid=$!
+"${zalctl[@]}" monitor --url "file://$dir/monitor.sock" --agent "$url" --json --record "$dir/recording" \
+  --service network,cloud --kind request,response,empty,gateway-response >"$dir/monitor.out" 2>&1 &
+monitor_pid=$!
+"${gateway[@]}" "file://$dir/monitor.sock" >"$dir/monitored.out" 2>&1 &
+monitored_pid=$!
+pids+=" $agent_pid $monitor_pid $monitored_pid"
+wait_for 'subscribed network getStatus' "$dir/agent.out"
+wait_for '"to":"client","kind":"gateway-response","service":"cloud","name":"lookup",.*"milliseconds":' "$dir/monitor.out"
+for method in getStatus frob setInterface; do
+  check '[013]' network call "${control[@]}" --timeout 60000 network $method
+done
+wait_for '"kind":"empty","service":"network","name":"frob",.*"milliseconds":' "$dir/monitor.out"
+wait_for '"to":"agent","kind":"response","service":"network","name":"setInterface",.*"milliseconds":' "$dir/monitor.out"
+if grep -q subscribe "$dir/monitor.out"; then fail 'the filter lets a subscription pass'; fi
+end "$monitor_pid"
+end "$agent_pid"
+check 2 'another one' monitor --url "$url" --agent "$url"
+check 0 '^\{"time":[0-9.]+,"client":1,"to":"agent","kind":"subscribe","service":"network"' decode "$dir/recording"
+check 0 '^00000000  74 70 6c 00 .*\|tpl' decode --text --hex "$dir/recording"
+{ head -c 5000 /dev/urandom && cat "$dir/recording"; } >"$dir/noise"
+check 2 '"kind":"request","service":"network","name":"getStatus","id":1' decode "$dir/noise"
+head -c 700 "$dir/recording" >"$dir/cut"
+check 2 'not all of it' decode "$dir/cut"
+image='74706c005a0000004128694242424269290002000000050000000400000073766300040000006765740001000000000200000'
+image+='07b7d07000000030000000400000073766300040000007365740001000000000000000000000000'
+printf '%b' "$(sed 's/../\\x&/g' <<<"$image")" >"$dir/capture"
+check 0 '"kind":"request","service":"svc","name":"get","id":7,"payload":\{\}\}$' decode "$dir/capture"
+check 0 '^\{"sent":5,"same":3,"different":0,"missing":0\}$' replay "$dir/recording" --json --speed 0 \
+  --url "file://$dir/monitor.sock" --wait 60000 --timeout 60000
+sed 's/eth0/eth9/g' "$dir/recording" >"$dir/altered"
+check 1 '^different: response network getStatus' replay "$dir/altered" --strict --speed 0 \
+  --url "file://$dir/monitor.sock" --wait 60000 --timeout 60000
+
+# Load.
+load() { check "$1" "$2" bench --url "file://$dir/monitor.sock" --timeout 60000 "${@:3}"; }
+load 0 '"requests":50,"refused":0,"unanswered":0,.*"histogram":\[\{' network getStatus --requests 50 --in-flight 4 --json
+load 3 '^2 answered with an error' network setInterface '{}' --requests 2
+load 0 'p99 .*max' system getInfo --seconds 0.05
+load 1 'no client has subscribed' network frob --wait 20
+end "$monitored_pid"
+kill -CONT "$gateway_pid"
 
 # An agent that lasts: commands from standard input, two clients, connections that end, a killed client and one that does not answer.
 mkfifo "$dir/in"

@@ -206,6 +206,17 @@ void Agent::settle() {
   ZAL_EventLoop_StopTimer(loop_, timer);
 }
 
+bool Agent::sendImage(unsigned client, std::string_view image) {
+  const std::lock_guard hold{mutex_};
+  const auto isIt = [&](const Session& session) { return session.number() == client && !session.isClosing(); };
+  const auto found = std::find_if(sessions_.begin(), sessions_.end(), isIt);
+  std::unique_ptr<void, CFree> copy{std::malloc(image.size())};
+  if (found == sessions_.end() || !copy) return false;
+  image.copy(static_cast<char*>(copy.get()), image.size());
+  ZAL_IPC_ServerWrite(ipc_, found->context(), copy.release(), static_cast<std::uint32_t>(image.size()));
+  return true;
+}
+
 std::vector<ClientInfo> Agent::clients() const {
   const std::lock_guard hold{mutex_};
   std::vector<ClientInfo> infos;
@@ -271,8 +282,10 @@ void Agent::onRecord(Session& session, const Record& record) {
     case ZAL_IPC_CMD_EVENT:
       return tell(newsOf(session, record, " event " + titleOf(record), true));
     case ZAL_IPC_CMD_GET_CONFIG:
+      if (isSilent_) return tell(newsOf(session, record, " asked for its configuration", false));
       return onConfigurationRequest(session, record);
     case ZAL_IPC_CMD_GATEWAY_REQUEST:
+      if (isSilent_) return tell(newsOf(session, record, " gateway request " + titleOf(record) + idOf(record), true));
       return onGatewayRequest(session, record);
     default:
       News news = newsOf(session, record,

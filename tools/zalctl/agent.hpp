@@ -42,6 +42,8 @@ class Agent {
   void listen(const std::string& url);
   /// Adds a second sink, or takes it away. While the loop does not run.
   void setListener(NewsSink listener) { listener_ = std::move(listener); }
+  /// Has nothing answered: what clients ask is only told. While the loop does not run.
+  void setSilent() { isSilent_ = true; }
   /// Sets what answers gateway requests; one that no rule fits is answered with its own data. While the loop does not
   /// run.
   void setAnswers(Answers answers) { answers_ = std::move(answers); }
@@ -60,6 +62,8 @@ class Agent {
   std::size_t sendConfiguration();
   /// Sends a notification, with the configuration, to every client. Returns their number.
   std::size_t notify(const std::string& name, const std::string& service);
+  /// Sends an image to a client as it is; false when the client is gone.
+  bool sendImage(unsigned client, std::string_view image);
   /// Sends a request to the newest client that offers the method, to the newest one at all when none does. `done` is
   /// called once on the loop thread, with no lock held, unless the call is abandoned before. Returns the call's id, 0
   /// when no client is connected: then it is not called.
@@ -117,6 +121,7 @@ class Agent {
   const NewsSink sink_;
   NewsSink listener_;
   Answers answers_;
+  bool isSilent_ = false;
   ZAL_EventLoopContext loop_;
   ZAL_IpcHandle ipc_;
 

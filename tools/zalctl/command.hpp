@@ -19,10 +19,14 @@ struct Command {
 };
 
 Run declareAgent(CLI::App& app);
+Run declareBench(CLI::App& app);
 Run declareCall(CLI::App& app);
 Run declareConfig(CLI::App& app);
+Run declareDecode(CLI::App& app);
 Run declareList(CLI::App& app);
 Run declareListen(CLI::App& app);
+Run declareMonitor(CLI::App& app);
+Run declareReplay(CLI::App& app);
 
 inline constexpr std::array kCommands{
     Command{"agent", "stand in for the agent: show what clients send, and call them", declareAgent},
@@ -30,6 +34,10 @@ inline constexpr std::array kCommands{
     Command{"list", "print the clients and what they subscribed", declareList},
     Command{"listen", "print events and replies as they come", declareListen},
     Command{"config", "give clients a configuration document", declareConfig},
+    Command{"monitor", "stand between clients and their agent: print what they say, record it", declareMonitor},
+    Command{"decode", "print what a recording or a capture holds", declareDecode},
+    Command{"replay", "play the agent's part of a recording to a client", declareReplay},
+    Command{"bench", "load a client: requests per second and a histogram of latencies", declareBench},
 };
 
 }  // namespace zalctl

@@ -42,7 +42,7 @@ std::size_t Frames::feed(std::string_view bytes, const OnImage& onImage) {
   const std::size_t known = pending() + bytes.size();
   Delivery delivery{onImage};
   const int result = tpl_gather(TPL_GATHER_FROM_MEM, bytes.data(), bytes.size(), &state_, deliver, &delivery);
-  if (result == 1 && pending() <= kMaxImage) return 0;
+  if (result == 1 && pending() <= maxImage_) return 0;
   forget();
   return known - delivery.bytes;
 }

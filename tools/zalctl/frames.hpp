@@ -16,7 +16,7 @@ class Frames {
   /// The longest image that a peer may send: what is pending is kept in memory.
   static constexpr std::size_t kMaxImage = 64U << 20U;
 
-  Frames() = default;
+  explicit Frames(std::size_t maxImage = kMaxImage) : maxImage_{maxImage} {}
   ~Frames() { forget(); }
   Frames(const Frames&) = delete;
   Frames& operator=(const Frames&) = delete;
@@ -30,6 +30,7 @@ class Frames {
  private:
   void forget();
 
+  const std::size_t maxImage_;
   tpl_gather_state* state_ = nullptr;
 };
 

@@ -133,30 +133,34 @@ void Stream::readOn() {
     if (count < 0) return self->finish();
     self->handlers_.data({buffer->base, static_cast<std::size_t>(count)});
   };
-  if (uv_read_start(handle_.get(), allocate, read) != 0) finish();
+  isReading_ = uv_read_start(handle_.get(), allocate, read) == 0;
+  if (!isReading_) finish();
 }
 
 void Stream::pauseReading() {
-  if (handle_) uv_read_stop(handle_.get());
+  if (handle_ && std::exchange(isReading_, false)) uv_read_stop(handle_.get());
 }
 
 void Stream::resumeReading() {
-  if (handle_ && !hasEnded_) readOn();
+  if (handle_ && !hasEnded_ && !isReading_) readOn();
 }
 
 std::size_t Stream::waiting() const {
-  return handle_ ? uv_stream_get_write_queue_size(handle_.get()) : 0;
+  return handle_ && !isBroken_ ? uv_stream_get_write_queue_size(handle_.get()) : 0;
 }
 
 void Stream::write(std::string bytes) {
-  if (!handle_) return;
+  if (!handle_ || isBroken_) return;
   auto pending = std::make_unique<Write>(Write{{}, std::move(bytes), shared_from_this()});
   const auto written = [](uv_write_t* request, int status) {
     const std::unique_ptr<Write> write{reinterpret_cast<Write*>(request)};
     Stream& self = *write->stream;
     if (!self.handle_) return;
-    if (status < 0) return self.finish();
-    if (self.waiting() == 0 && self.handlers_.drained) self.handlers_.drained();
+    if (status < 0) {
+      self.isBroken_ = true;
+      self.finish();
+    }
+    if (self.handle_ && self.waiting() == 0 && self.handlers_.drained) self.handlers_.drained();
   };
   const uv_buf_t buffer = uv_buf_init(pending->bytes.data(), static_cast<unsigned>(pending->bytes.size()));
   // Refused at once only when the stream has ended, which its reader is told.
@@ -172,7 +176,7 @@ void Stream::shutdown() {
 
 void Stream::finish() {
   if (std::exchange(hasEnded_, true)) return;
-  uv_read_stop(handle_.get());
+  pauseReading();
   if (handlers_.end) handlers_.end();
 }
 

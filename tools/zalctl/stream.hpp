@@ -65,7 +65,9 @@ class Stream : public std::enable_shared_from_this<Stream> {
 
   UvStreamPtr handle_;
   Handlers handlers_;
-  bool hasEnded_ = false;
+  bool isReading_ = false;
+  bool hasEnded_ = false;  // nothing more comes
+  bool isBroken_ = false;  // nothing more goes
 };
 
 class Listener {
