@@ -88,6 +88,20 @@ notify: unknown notification onFire|notify onFire network
 config: cannot read|config $dir/none.json
 EOT
 
+# At a terminal: a line that is edited, if the program can.
+typed='list\n'
+if ldd "$1" 2>/dev/null | grep -q libedit; then typed='ist\001l\n'; fi
+mkfifo "$dir/keys"
+exec {keys}<>"$dir/keys"
+HOME=$dir TERM=xterm script -qefc "${zalctl[*]} agent --url $url" "$dir/typed.out" <"$dir/keys" >/dev/null 2>&1 &
+terminal_pid=$!
+pids+=" $terminal_pid"
+wait_for 'listening at' "$dir/typed.out"
+printf '%b' "$typed" >&"$keys"
+wait_for '^no client is connected' "$dir/typed.out"
+echo quit >&"$keys"
+wait "$terminal_pid" || fail "the agent at a terminal ended with status $?"
+
 # Calls to the example, from a script.
 start_gateway gateway
 cat >"$dir/calls" <<'EOT'

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "desk.hpp"
+#include "line_editor.hpp"
 #include "report.hpp"
 #include "wire.hpp"
 
@@ -123,11 +124,15 @@ bool Console::runFile(const std::string& path) {
 }
 
 void Console::runInput() {
-  printer_.prompt();
-  while (const auto line = waiter_.readLine()) {
-    printer_.promptTaken();
-    if (!run(*line)) return;
+  const auto editor = LineEditor::open(waiter_, printer_);
+  const auto readPlainLine = [&] {
     printer_.prompt();
+    auto line = waiter_.readLine();
+    printer_.promptTaken();
+    return line;
+  };
+  while (const auto line = editor ? editor->readLine() : readPlainLine()) {
+    if (!run(*line)) return;
   }
 }
 

@@ -22,7 +22,7 @@ class Console {
   bool run(const std::string& line, const std::string& place = {});
   /// Runs every line of a file, each of them shown before its results.
   bool runFile(const std::string& path);
-  /// Runs what comes from standard input.
+  /// Runs what comes from standard input, edited and with a history on a terminal.
   void runInput();
   /// Shows a command, then runs it.
   bool runShown(const std::string& line, const std::string& place);

@@ -41,7 +41,7 @@ int main(int argc, char** argv) {
     std::vector<std::pair<CLI::App*, Run>> commands;
     for (const Command& command : kCommands) {
       CLI::App& declared = *app.add_subcommand(command.name, command.help);
-      declared.footer(kExitStatus);
+      declared.footer(std::string{"Examples:\n"} + command.notes + kExitStatus);
       commands.emplace_back(&declared, command.declare(declared));
     }
     try {

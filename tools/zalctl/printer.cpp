@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "wire.hpp"
 
@@ -116,6 +117,26 @@ bool Printer::isBroken() {
   return std::ferror(stdout) != 0;
 }
 
+void Printer::hold(std::function<void()> wake) {
+  const std::lock_guard hold{mutex_};
+  wake_ = std::move(wake);
+}
+
+bool Printer::showHeld() {
+  const std::lock_guard hold{mutex_};
+  if (held_.empty()) return false;
+  const std::string text = "\r\033[K" + std::exchange(held_, {});
+  std::fwrite(text.data(), 1, text.size(), stdout);
+  std::fflush(stdout);
+  return true;
+}
+
+void Printer::release() {
+  const std::lock_guard hold{mutex_};
+  wake_ = nullptr;
+  writeLocked(stdout, std::exchange(held_, {}));
+}
+
 void Printer::prompt() {
   if (!interactive_) return;
   const std::lock_guard hold{mutex_};
@@ -129,6 +150,10 @@ void Printer::promptTaken() {
 }
 
 void Printer::writeLocked(std::FILE* stream, std::string_view text) {
+  if (wake_) {
+    held_ += text;
+    return wake_();
+  }
   if (promptStands_) std::fputs("\r\033[K", stdout);
   std::fflush(stdout);
   std::fwrite(text.data(), 1, text.size(), stream);

@@ -5,6 +5,7 @@
 #include <cjson/cJSON.h>
 
 #include <cstdio>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -23,6 +24,15 @@ class Printer {
   void error(std::string_view line);
   /// True once the reader of standard output has gone away.
   [[nodiscard]] bool isBroken();
+  /// True when there is somebody at a terminal to type.
+  [[nodiscard]] bool isInteractive() const { return interactive_; }
+  /// Keeps what is printed from now on back, and has `wake` called for it, so that an editor of the line at the prompt
+  /// shows it when it can.
+  void hold(std::function<void()> wake);
+  /// Clears the line and prints above it what was kept back; false when there was nothing.
+  bool showHeld();
+  /// Prints again at once.
+  void release();
   /// Shows the prompt, on a terminal only; what is printed while it stands goes above it.
   void prompt();
   /// The line at the prompt was entered.
@@ -34,7 +44,10 @@ class Printer {
   std::mutex mutex_;
   const bool colours_;
   const bool interactive_;
-  bool promptStands_ = false;  // under mutex_
+  // Under mutex_.
+  bool promptStands_ = false;
+  std::function<void()> wake_;  // while an editor holds the line
+  std::string held_;
 };
 
 /// The text with control characters and whatever is no UTF-8 as \xNN.

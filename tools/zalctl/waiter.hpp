@@ -28,6 +28,8 @@ class Waiter {
   [[nodiscard]] bool until(Clock::time_point deadline, const std::function<bool()>& holds);
   /// Waits until a descriptor is readable; false when the deadline passed or a signal came before that.
   [[nodiscard]] bool untilReadable(int descriptor, Clock::time_point deadline);
+  /// Waits until a descriptor is readable, a change is reported or a signal came; true for the first.
+  [[nodiscard]] bool readableOrChanged(int descriptor) { return waitFor(descriptor, kForever); }
   /// Waits for a signal.
   void untilInterrupted();
   /// The next line of standard input without its end of line; nothing at the end of input or after a signal.

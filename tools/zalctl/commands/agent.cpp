@@ -31,7 +31,7 @@ struct Options {
   bool stays = false;
 };
 
-constexpr const char* kAgentExitStatus =
+constexpr const char* kNotes =
     "\n\nExit status, the worst of the run:\n"
     "  0  every call was answered, with data or with the method's own error\n"
     "  1  a call had no answer or there is no such method, a wait-for ran out, or nobody was connected to notify\n"
@@ -102,7 +102,7 @@ Run declareAgent(CLI::App& app) {
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
   app.add_option("--timeout", options->timeoutMs, "milliseconds that call and wait-for wait")->capture_default_str();
   app.add_flag("--stay", options->stays, "after the commands go on until SIGINT or SIGTERM");
-  app.footer(Console::help() + kAgentExitStatus);
+  app.footer(Console::help() + kNotes);
   return [options] { return run(*options); };
 }
 
