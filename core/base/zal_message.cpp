@@ -127,8 +127,13 @@ bool addData(const ZAL_MessageHandle_& message) noexcept {
     const CPtr<char> text = zal::base64Text(message.payload.get(), message.payloadSize);
     return cJSON_AddStringToObject(envelope, "data", text.get()) != nullptr;
   }
-  cJSON* node = ZAL_Object_GetInternal(message.data.get());
-  return node == nullptr || cJSON_AddItemReferenceToObject(envelope, "data", node) != 0;
+  const cJSON* node = ZAL_Object_GetInternal(message.data.get());
+  if (node == nullptr) return true;
+  // Not cJSON_AddItemReferenceToObject, which loses the reference when memory for its key runs out.
+  JsonPtr reference{cJSON_CreateNull()};
+  if (!reference) return false;
+  refer(*reference, *node);
+  return zal::addMember(*envelope, "data", std::move(reference));
 }
 
 bool addContent(const ZAL_MessageHandle_& message) noexcept {
