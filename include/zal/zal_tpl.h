@@ -65,8 +65,8 @@ typedef int (*tpl_gather_callback)(void* image, size_t length, void* data);
  * report_fn    prints to standard error by default; its result is not used
  * alloc_fn, realloc_fn, free_fn  malloc, realloc and free. Images and payloads that pass through the ZAL_Ipc functions
  *              are freed with free(), so a program that uses those replaces these only by what free() can take back
- * fatal_fn     must not return, and abort() follows when it does; by default reports at most 99 characters and exits
- *              with status -1
+ * fatal_fn     must not return, and abort() follows when it does; by default reports at most 99 characters and ends
+ *              the process with status -1 and without exit handlers, which would wait for other threads
  * gather_limit the longest image, or pending image with the block that continues it, that tpl_gather accepts; 0 accepts
  *              any. To be set wherever a peer is not trusted: the length in a header decides how much is kept for it.
  *              At most twice what has arrived, or 64 KiB, is reserved before the rest comes, and never more than the

@@ -14,6 +14,15 @@ ZAL_PRINTF_LIKE(1, 2) int reportToStandardError(const char* format, ...) {
   return 0;
 }
 
+/// What the program has printed and not yet written, unless another thread is printing just now.
+void flushStandardOutput() noexcept {
+  if (ftrylockfile(stdout) != 0) return;
+  static_cast<void>(std::fflush(stdout));
+  funlockfile(stdout);
+}
+
+/// Not by exit(): its handlers take libuv's pool down, which waits for the jobs that run, or aborts when one of them is
+/// the caller.
 ZAL_PRINTF_LIKE(1, 2) void endProcess(const char* format, ...) {
   char text[100];  // longer messages are cut
   va_list arguments;
@@ -21,7 +30,8 @@ ZAL_PRINTF_LIKE(1, 2) void endProcess(const char* format, ...) {
   static_cast<void>(std::vsnprintf(text, sizeof text, format, arguments));
   va_end(arguments);
   static_cast<void>(tpl_hook.report_fn("%s", text));
-  std::exit(-1);
+  flushStandardOutput();
+  std::_Exit(-1);
 }
 
 }  // namespace
