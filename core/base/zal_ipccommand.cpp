@@ -16,6 +16,7 @@
 #include <utility>
 
 #include "base/zal_tpl.hpp"
+#include "support/log.hpp"
 #include "support/memory.hpp"
 
 struct ZAL_IpcCommandList_ {
@@ -116,7 +117,11 @@ Image encodeAll(std::uint64_t room, ForEach forEach) noexcept {
     tpl_hook.report_fn("tpl_dump: image exceeds %u bytes\n", kLargestImage);
     return {};
   }
-  char* const start = zal::tpl::allocate(static_cast<std::size_t>(room));
+  char* const start = static_cast<char*>(tpl_hook.alloc_fn(static_cast<std::size_t>(room)));
+  if (start == nullptr) {
+    ZAL_LOG_AS(ZAL_LOG_ERROR, "ZAL_IpcCommand_GetBuffer", "out of memory\n");
+    return {};
+  }
   zal::tpl::Writer records{start + kFrontSize};
   std::uint32_t count = 0;
   forEach([&](const CommandView& command) {

@@ -74,8 +74,7 @@ ZAL_EXPORT ZAL_IpcCommand* ZAL_IpcCommand_Remove(ZAL_IpcCommandList list) ZAL_NO
  * were added here. An empty list gives an image too.
  *
  * Ownership: the list is unchanged; the image is the caller's (free()), or ZAL_IPC_ClientWrite's once given to that.
- * Errors:    no list, or an image beyond 2^32 - 1 bytes: null and 0. When memory runs out the serialization engine ends
- *            the process through tpl_hook.fatal_fn.
+ * Errors:    no list, an image beyond 2^32 - 1 bytes, no memory (a level 5 log line): null and 0.
  */
 ZAL_EXPORT void ZAL_IpcCommand_GetBuffer(ZAL_IpcCommandList list, void** buffer, uint32_t* size) ZAL_NOEXCEPT;
 
