@@ -1,7 +1,7 @@
 // The record of libuv's default loop, which all of its creators in the process share: the first makes it, the last
 // destroys it. Making and forgetting happen under one lock; tearing down happens outside of it, since it calls back.
 #include <atomic>
-#include <new>
+#include <memory>
 
 #include "base/zal_eventloop/eventloop.hpp"
 #include "support/log.hpp"
@@ -9,22 +9,14 @@
 namespace zal::eventloop {
 namespace {
 
-struct Shared {
-  Mutex lock;
-  Loop* record ZAL_GUARDED_BY(lock) = nullptr;
-  int users ZAL_GUARDED_BY(lock) = 0;
-  /// Written under the lock; an atomic so that creators can wait for the end of a teardown.
-  std::atomic<bool> isClosing{false};
-};
+// They need no memory, and no destructor ends them before the last thread has used them.
+constinit StaticMutex sharedLock;
+constinit Loop* sharedRecord ZAL_GUARDED_BY(sharedLock) = nullptr;
+constinit int users ZAL_GUARDED_BY(sharedLock) = 0;
+/// Written under the lock; an atomic so that creators can wait for the end of a teardown.
+constinit std::atomic<bool> isClosing{false};
 
-/// Made once, by the first caller, and never destroyed, since threads may outlive the destructors of statics. Null when
-/// memory ran out.
-Shared* shared() noexcept {
-  static Shared* const made = new (std::nothrow) Shared{};
-  return made != nullptr && made->lock.valid() ? made : nullptr;
-}
-
-Loop* makeLocked(Shared& state, const char* name) noexcept ZAL_REQUIRES(state.lock) {
+Loop* makeLocked(const char* name) noexcept ZAL_REQUIRES(sharedLock) {
   std::unique_ptr<Loop> record = newRecord(name);
   if (!record) return nullptr;
   record->loop = uv_default_loop();
@@ -33,50 +25,42 @@ Loop* makeLocked(Shared& state, const char* name) noexcept ZAL_REQUIRES(state.lo
     return nullptr;
   }
   record->isDefault = 1;
-  state.record = record.release();
-  return state.record;
+  return record.release();
 }
 
 }  // namespace
 
 Loop* shareDefault(const char* name) noexcept {
-  Shared* const state = shared();
-  if (state == nullptr) {
-    ZAL_LOG_AS(ZAL_LOG_ERROR, "ZAL_EventLoop_Create", "Unable to allocate memory for Eventloop\n");
-    return nullptr;
-  }
   for (;;) {
     {
-      const LockGuard hold{state->lock};
-      if (!state->isClosing.load()) {
-        if (state->record == nullptr && makeLocked(*state, name) == nullptr) return nullptr;
-        ++state->users;
-        return state->record;
+      const LockGuard hold{sharedLock};
+      if (!isClosing.load()) {
+        if (sharedRecord == nullptr) sharedRecord = makeLocked(name);
+        if (sharedRecord != nullptr) ++users;
+        return sharedRecord;
       }
     }
-    state->isClosing.wait(true);
+    isClosing.wait(true);
   }
 }
 
 Release releaseDefault(Loop& loop) noexcept {
-  Shared& state = *shared();
-  const LockGuard hold{state.lock};
-  if (state.users > 1) {
-    --state.users;
+  const LockGuard hold{sharedLock};
+  if (users > 1) {
+    --users;
     return Release::kShared;
   }
   if (isLoopThread(&loop)) return Release::kRefused;
-  state.users = 0;
-  state.record = nullptr;
-  state.isClosing.store(true);
+  users = 0;
+  sharedRecord = nullptr;
+  isClosing.store(true);
   return Release::kLast;
 }
 
 void defaultClosed() noexcept {
-  Shared& state = *shared();
-  const LockGuard hold{state.lock};
-  state.isClosing.store(false);
-  state.isClosing.notify_all();
+  const LockGuard hold{sharedLock};
+  isClosing.store(false);
+  isClosing.notify_all();
 }
 
 }  // namespace zal::eventloop
