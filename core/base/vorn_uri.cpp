@@ -1,7 +1,5 @@
 // The vorn_uri_ functions: percent-decode a text and split it into fields of fixed size. Any thread: only arguments and
 // local buffers are used. Nothing here fails; what is too long is cut. The handle over uriparser is zal_uriparser.
-#include <netdb.h>
-#include <netinet/in.h>
 #include <zal/zal_runtime.h>
 #include <zal/zal_uri.h>
 
@@ -13,14 +11,14 @@
 #include <optional>
 #include <string_view>
 
+#include "support/services.hpp"
 #include "support/text.hpp"
 
 namespace {
 
-constexpr std::size_t kUriSize = 2047;            // decoded text of vorn_uri_parse, with its terminator
-constexpr std::size_t kTagUriSize = 1023;         // the same for the tag searches
-constexpr std::size_t kKeyLength = 127;           // characters of a key that take part in a comparison
-constexpr std::size_t kServiceBufferSize = 1024;  // for one entry of the services database
+constexpr std::size_t kUriSize = 2047;     // decoded text of vorn_uri_parse, with its terminator
+constexpr std::size_t kTagUriSize = 1023;  // the same for the tag searches
+constexpr std::size_t kKeyLength = 127;    // characters of a key that take part in a comparison
 
 template <std::size_t Size>
 void store(char (&field)[Size], std::string_view text) noexcept {
@@ -67,14 +65,12 @@ std::int32_t decimal(const char* text) noexcept {
 }
 
 /// The TCP port that the services database lists for a scheme, else 0. No service has an empty name.
-std::int32_t servicePort(const char* scheme) noexcept {
-  if (*scheme == '\0') return 0;
-
-  servent entry{};
-  servent* found = nullptr;
-  char texts[kServiceBufferSize];
-  if (getservbyname_r(scheme, "tcp", &entry, texts, sizeof texts, &found) != 0 || found == nullptr) return 0;
-  return ntohs(static_cast<std::uint16_t>(found->s_port));
+std::int32_t servicePort(std::string_view scheme) noexcept {
+  if (scheme.empty()) return 0;
+  zal::ServiceReader services;
+  while (const auto service = services.next())
+    if (service->protocol == "tcp" && service->isCalled(scheme)) return service->port;
+  return 0;
 }
 
 /// Takes the scheme of a "file:" URI; returns what follows its "//", nothing without one.

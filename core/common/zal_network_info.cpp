@@ -11,11 +11,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <memory>
+#include <new>
 #include <span>
 
 #include "common/zal_network_info/name_cache.hpp"
 #include "common/zal_network_info/socket_table.hpp"
-#include "support/memory.hpp"
+#include "support/services.hpp"
 #include "support/text.hpp"
 
 using zal::network::kUnknown;
@@ -35,19 +37,18 @@ constinit zal::network::NameCache addressNames{{.nameOf = askSystem, .now = ZAL_
 
 /// False when the port has no name, or none that fits.
 bool copyServiceName(int32_t port, const char* protocol, char* buffer, size_t size) noexcept {
-  constexpr int kWorkSize = 512;
   if (port <= 0 || port > std::numeric_limits<uint16_t>::max()) return false;
-  const zal::CPtr<char> work{static_cast<char*>(std::calloc(kWorkSize, 1))};
-  if (!work) {
-    std::fprintf(stderr, "Failed to calloc() %d bytes for buffer \n", kWorkSize);
+  const std::unique_ptr<zal::ServiceReader> services{new (std::nothrow) zal::ServiceReader};
+  if (!services) {
+    std::fprintf(stderr, "Failed to calloc() %d bytes for buffer \n", 512);
     return false;
   }
-  servent service{};
-  servent* found = nullptr;
-  getservbyport_r(htons(static_cast<uint16_t>(port)), protocol, &service, work.get(), kWorkSize, &found);
-  if (found == nullptr || std::strlen(found->s_name) >= size) return false;
-  zalstrlcpy(buffer, found->s_name, size);
-  return true;
+  while (const auto service = services->next()) {
+    if (service->port != port || (protocol != nullptr && service->protocol != protocol)) continue;
+    zal::copyCut(buffer, service->name, size);
+    return service->name.size() < size;
+  }
+  return false;
 }
 
 /// The texts of a record, terminated whatever its caller stored.

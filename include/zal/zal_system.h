@@ -439,9 +439,8 @@ ZAL_EXPORT int ZAL_ConvertDotAddressToDescription(const char* address, char* buf
  * Threads: any thread.
  * Units:   `port` in the byte order of the machine; `protocol` such as "tcp", null for any; `size` in bytes. A null
  *          buffer or a size of 0 stores nothing.
- * Errors:  memory ran out: "unknown", and a line on standard error. So is an entry of more than 512 bytes with its
- *          aliases, without the line.
- * Source:  getservbyport_r(3), services(5).
+ * Errors:  memory ran out: "unknown", and a line on standard error.
+ * Source:  /etc/services, services(5).
  *
  * @return 0
  */

@@ -118,10 +118,10 @@ ZAL_EXPORT int vorn_uri_decode(const char* source, char* output, size_t size) ZA
  * The "?" decides before the "#": in "a#b?c" the path is "a#b", the fragment "b?c", the query "c". A "file:" URI has no
  * host; without "//" it has only its scheme. The port is read as strtol does, and saturates at the limits of int32_t.
  *
- * Threads: looks in the services database (getservbyname_r) when a host follows a scheme and has no port of its own.
+ * Threads: any; reads the services database when a host follows a scheme and has no port of its own.
  * Errors:  every text is a URI; a null one is empty. The decoded text is cut to 2046 characters, each field to what it
  *          holds. A null `parts` does nothing.
- * Source:  services(5).
+ * Source:  /etc/services, services(5).
  *
  * @return 0
  */
