@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <memory>
+#include <utility>
 
 #include "base/zal_eventloop.hpp"
 #include "base/zal_eventloop/eventloop.hpp"
@@ -55,8 +56,8 @@ void ZAL_EventLoop_Destroy(ZAL_EventLoopContext loop) noexcept {
 void ZAL_EventLoop_CloseHandle(ZAL_EventLoopContext loop, uv_handle_t* handle, uv_close_cb callback) noexcept {
   if (loop == nullptr || handle == nullptr)
     ZAL_LOG(ZAL_LOG_ERROR, "Invalid input parameter to CloseHandle\n");
-  else
-    loops::closeHandle(*loop, handle, callback);
+  else if (zal::ReservedClose close = zal::reserveClose())
+    loops::closeHandle(*loop, handle, callback, std::move(close));
 }
 
 uv_loop_t* ZAL_EventLoop_GetLoop(ZAL_EventLoopContext loop) noexcept {
@@ -130,7 +131,7 @@ void ZAL_EventLoop_StopFs(ZAL_EventLoopContext /*loop*/, ZAL_EventLoopFsWatch wa
 }
 
 void ZAL_EventLoop_AsyncInit(ZAL_EventLoopContext loop, uv_async_cb callback, void* context) noexcept {
-  if (loop != nullptr) loops::initAsync(*loop, callback, context);
+  if (loop != nullptr) static_cast<void>(loops::initAsync(*loop, callback, context));  // a failure is logged there
 }
 
 void ZAL_EventLoop_AsyncSend(ZAL_EventLoopContext loop) noexcept {

@@ -76,8 +76,9 @@ ZAL_IpcHandle ZAL_IPC_Init(ZAL_EventLoopContext loop) noexcept {
   std::unique_ptr<ZAL_IpcHandle_> ipc{new (std::nothrow) ZAL_IpcHandle_{loop}};
   if (!ipc || !ipc->lock.valid()) return nullptr;
   zal::ipc::addLive(*ipc);
-  ZAL_EventLoop_AsyncInit(loop, ZAL_IPC_AsyncCb, ipc.get());
-  return ipc.release();
+  if (zal::initUserAsync(loop, ZAL_IPC_AsyncCb, ipc.get())) return ipc.release();
+  zal::ipc::removeLive(*ipc);
+  return nullptr;
 }
 
 void ZAL_IPC_AddMessageCallback(ZAL_IpcHandle ipc, ZAL_IpcMessageCallback callback, void* userData) noexcept {

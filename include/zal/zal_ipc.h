@@ -57,7 +57,7 @@ typedef void (*ZAL_IpcClientEventCallback)(ZAL_IpcClientContext client, void* us
  *            before ZAL_IPC_UnInit or outlives it.
  * Threads:   loop thread.
  *
- * @return the handle; null for a null loop or when memory runs out
+ * @return the handle; null for a null loop, when memory runs out, and when the async cannot be made (logged)
  */
 ZAL_EXPORT ZAL_IpcHandle ZAL_IPC_Init(ZAL_EventLoopContext loop) ZAL_NOEXCEPT;
 

@@ -111,6 +111,10 @@ CommandPtr unlinkHeadLocked(Loop& loop) noexcept ZAL_REQUIRES(loop.queueLock) {
 
 }  // namespace
 
+void CommandDelete::operator()(Command* command) const noexcept {
+  delete command;
+}
+
 CommandPtr makeCommand(CommandType type, uv_handle_t* handle, const char* function) noexcept {
   CommandPtr command{new (std::nothrow) Command{}};
   if (!command) {
@@ -146,10 +150,9 @@ void enqueue(Loop& loop, CommandPtr command) noexcept {
   logDrained(loop, refCount);
 }
 
-void closeHandle(Loop& loop, uv_handle_t* handle, uv_close_cb callback) noexcept {
+void closeHandle(Loop& loop, uv_handle_t* handle, uv_close_cb callback, CommandPtr command) noexcept {
   constexpr char kCaller[] = "ZAL_EventLoop_CloseHandle";
-  CommandPtr command = makeCommand(ZAL_EVENTLOOP_CMD_CLOSE, handle, kCaller);
-  if (!command) return;
+  command->handle = handle;
   command->closeCallback = callback;
 
   const LockGuard hold{loop.queueLock};
@@ -172,6 +175,15 @@ void onWake(uv_async_t* async) noexcept {
 }
 
 }  // namespace zal::eventloop
+
+zal::ReservedClose zal::reserveClose() noexcept {
+  return eventloop::makeCommand(eventloop::ZAL_EVENTLOOP_CMD_CLOSE, nullptr, "ZAL_EventLoop_CloseHandle");
+}
+
+void zal::closeHandle(ZAL_EventLoopContext loop, uv_handle_t* handle, uv_close_cb callback,
+                      ReservedClose reserved) noexcept {
+  eventloop::closeHandle(*loop, handle, callback, std::move(reserved));
+}
 
 void ZAL_EventLoop_ExecuteCommands(ZAL_EventLoopContext loop) noexcept {
   if (loop == nullptr) return;

@@ -62,7 +62,7 @@ struct ZAL_EventLoopCommand {
 };
 
 using Command = ZAL_EventLoopCommand;
-using CommandPtr = std::unique_ptr<Command>;
+using CommandPtr = ReservedClose;
 
 }  // namespace zal::eventloop
 
@@ -159,7 +159,8 @@ void enqueue(Loop& loop, CommandPtr command) noexcept ZAL_EXCLUDES(loop.queueLoc
 /// Appends the command and wakes the loop thread if there is one.
 void appendLocked(Loop& loop, CommandPtr command) noexcept ZAL_REQUIRES(loop.queueLock);
 void drainLocked(Loop& loop) noexcept ZAL_REQUIRES(loop.queueLock);
-void closeHandle(Loop& loop, uv_handle_t* handle, uv_close_cb callback) noexcept;
+/// Queues a close; the command was made with makeCommand or reserved.
+void closeHandle(Loop& loop, uv_handle_t* handle, uv_close_cb callback, CommandPtr command) noexcept;
 /// The callback of the command async.
 void onWake(uv_async_t* async) noexcept;
 
@@ -169,10 +170,12 @@ uv_timer_t* startTimer(Loop& loop, uv_timer_cb callback, std::uint64_t timeout, 
                        void* context) noexcept;
 uv_poll_t* startPoll(Loop& loop, uv_poll_cb callback, int descriptor, void* context) noexcept;
 void requestStop(Loop& loop, CommandType type, uv_handle_t* handle, const char* function) noexcept;
-void initAsync(Loop& loop, uv_async_cb callback, void* context) noexcept;
+/// False, with a log line, when it fails here; on another thread than the loop's it may fail later.
+[[nodiscard]] bool initAsync(Loop& loop, uv_async_cb callback, void* context) noexcept;
 void initIdle(Loop& loop, uv_idle_cb callback, void* context) noexcept;
-/// Makes the user async unless there is one. Where libuv calls are allowed.
-void installAsync(Loop& loop, uv_async_cb callback, void* context) noexcept;
+/// Makes the user async unless there is one; false, with a log line, when it cannot be made. Where libuv calls are
+/// allowed.
+bool installAsync(Loop& loop, uv_async_cb callback, void* context) noexcept;
 /// Has the loop thread call the user async's callback, which must be installed. Any thread.
 void sendAsync(Loop& loop) noexcept;
 /// On the thread that closes the loop.

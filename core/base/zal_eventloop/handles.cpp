@@ -61,6 +61,7 @@ int startAsyncPoll(Loop& loop) noexcept {
   if (!loop.asyncEvent->isOpen()) return uv_translate_sys_error(errno);
   if (const int result = uv_poll_init(loop.loop, &loop.asyncPoll, loop.asyncEvent->get()); result != 0) {
     loop.asyncPoll = {};
+    loop.asyncEvent.reset();
     return result;
   }
   loop.asyncPoll.data = &loop;
@@ -93,17 +94,18 @@ void requestStop(Loop& loop, CommandType type, uv_handle_t* handle, const char* 
   if (CommandPtr command = makeCommand(type, handle, function)) enqueue(loop, std::move(command));
 }
 
-void installAsync(Loop& loop, uv_async_cb callback, void* context) noexcept {
-  if (hasFlag(loop, kUserAsyncInstalled)) return;
+bool installAsync(Loop& loop, uv_async_cb callback, void* context) noexcept {
+  if (hasFlag(loop, kUserAsyncInstalled)) return true;
   loop.userAsync.data = context;
   loop.userAsyncCallback = callback;
   int result = startAsyncPoll(loop);
   if (result == 0) result = uv_async_init(loop.loop, &loop.userAsync, callback);
   if (result != 0) {
     ZAL_LOG_AS(ZAL_LOG_ERROR, "ZAL_EventLoop_AsyncInit", "Unable to install the async: %s\n", uv_strerror(result));
-    return;
+    return false;
   }
   setFlag(loop, kUserAsyncInstalled);
+  return true;
 }
 
 void sendAsync(Loop& loop) noexcept {
@@ -117,16 +119,17 @@ void closeAsyncPoll(Loop& loop) noexcept {
     uv_close(asHandle(&loop.asyncPoll), nullptr);
 }
 
-void initAsync(Loop& loop, uv_async_cb callback, void* context) noexcept {
+bool initAsync(Loop& loop, uv_async_cb callback, void* context) noexcept {
   if (isLoopThread(&loop)) return installAsync(loop, callback, context);
 
   const LockGuard hold{loop.queueLock};
   if (loop.phase.load() == Phase::kResting) return installAsync(loop, callback, context);
   CommandPtr command = makeCommand(ZAL_EVENTLOOP_CMD_INIT_ASYNC, asHandle(&loop.userAsync), "ZAL_EventLoop_AsyncInit");
-  if (!command) return;
+  if (!command) return false;
   command->asyncCallback = callback;
   command->context = context;
   appendLocked(loop, std::move(command));
+  return true;
 }
 
 void initIdle(Loop& loop, uv_idle_cb callback, void* context) noexcept {
@@ -147,6 +150,34 @@ void initIdle(Loop& loop, uv_idle_cb callback, void* context) noexcept {
 }
 
 }  // namespace zal::eventloop
+
+bool zal::initUserAsync(ZAL_EventLoopContext loop, uv_async_cb callback, void* context) noexcept {
+  return eventloop::initAsync(*loop, callback, context);
+}
+
+namespace {
+
+/// Where libuv calls are allowed for a thread that is the loop's, or finds the loop at rest.
+template <class Call>
+void callOnTimer(ZAL_EventLoopContext loop, Call call) noexcept {
+  if (zal::isLoopThread(loop)) return call();
+  const zal::LockGuard hold{loop->queueLock};
+  call();
+}
+
+}  // namespace
+
+void zal::startOwnTimer(ZAL_EventLoopContext loop, uv_timer_t& timer, uv_timer_cb callback,
+                        std::uint64_t timeoutMs) noexcept {
+  callOnTimer(loop, [&] {
+    uv_update_time(loop->loop);                                         // as for the loop's timers
+    static_cast<void>(uv_timer_start(&timer, callback, timeoutMs, 0));  // callback is set
+  });
+}
+
+void zal::stopOwnTimer(ZAL_EventLoopContext loop, uv_timer_t& timer) noexcept {
+  callOnTimer(loop, [&] { static_cast<void>(uv_timer_stop(&timer)); });  // always 0
+}
 
 void close_cb(uv_handle_t* handle) noexcept {
   const uv_handle_type type = uv_handle_get_type(handle);

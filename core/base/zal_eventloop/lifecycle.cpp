@@ -230,6 +230,10 @@ void destroy(std::unique_ptr<Loop> loop) noexcept {
 
 }  // namespace zal::eventloop
 
+bool zal::isRunning(ZAL_EventLoopContext loop) noexcept {
+  return eventloop::hasFlag(*loop, eventloop::kRunning);
+}
+
 bool zal::isLoopThread(const ZAL_EventLoopContext_* loop) noexcept {
   return loop != nullptr && loop->runner.load() == pthread_self();
 }

@@ -21,6 +21,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "base/zal_eventloop.hpp"
 #include "base/zal_ipc.hpp"
 #include "support/indexed_list.hpp"
 #include "support/lock.hpp"
@@ -75,6 +76,7 @@ struct Stream {
   Stream* next;
   Stream* previous;
   IndexLink<Stream> link;
+  ReservedClose close;           // until the close is asked for
   ZAL_IpcClientContext_ client;  // used by an accepted stream
 
   [[nodiscard]] const ZAL_IpcClientContext_* key() const noexcept { return &client; }
