@@ -47,14 +47,14 @@ void ZAL_Client_Destroy(ZAL_ClientHandle client) noexcept {
   // Whatever a handler reads is freed only after the last handler has returned.
   if (!zal::quiesceClient(*client, __func__)) return;
   const std::unique_ptr<ZAL_ClientHandle_> owned{client};
-  ZAL_EventLoop_Destroy(client->loop);
+  zal::destroyLoop(*client);
   ZAL_IPC_UnInit(client->ipc);
 }
 
 void ZAL_Destroy(ZAL_ClientHandle client) noexcept {
   if (client == nullptr || !zal::quiesceClient(*client, __func__)) return;
   const std::unique_ptr<ZAL_ClientHandle_> owned{client};
-  ZAL_EventLoop_Destroy(client->loop);
+  zal::destroyLoop(*client);
   zal::forsakeContents(*client);
 }
 

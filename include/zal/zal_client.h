@@ -99,6 +99,7 @@ ZAL_EXPORT ZAL_ClientHandle ZAL_Client_Create(const ZAL_ClientOptions* options) 
  * configuration and subscribes anew. On a started client, or one that is being destroyed, nothing happens.
  *
  * Threads:   any thread.
+ * Errors:    no thread for the loop: a level 5 log line, and the client is not started.
  */
 ZAL_EXPORT void ZAL_Client_Start(ZAL_ClientHandle client) ZAL_NOEXCEPT;
 /**

@@ -97,7 +97,7 @@ TEST_F(IdleClient, StartWithoutAnAgentReturnsAndSaysThatItRetries) {
 
   ZAL_Client_Stop(client_);
   ZAL_Client_Stop(client_);
-  EXPECT_EQ(client_->connectTimer.load(), nullptr);
+  EXPECT_EQ(uv_is_active(reinterpret_cast<uv_handle_t*>(&client_->connectTimer)), 0);
   EXPECT_FALSE(client_->isStarted());
 }
 

@@ -24,6 +24,7 @@
 #include <utility>
 
 #include "base/zal_client/work_queue.hpp"
+#include "base/zal_eventloop.hpp"
 #include "base/zal_ipc.hpp"
 #include "base/zal_ipccommand.hpp"
 #include "support/indexed_list.hpp"
@@ -185,7 +186,8 @@ struct ZAL_ClientHandle_ {
   zal::Mutex configMutex;
   zal::Mutex callbackMutex;
   ZAL_IpcHandle ipc = nullptr;
-  std::atomic<uv_timer_t*> connectTimer{nullptr};  // taken by exchange: by its own expiry or by Stop, never by both
+  uv_timer_t connectTimer{};  // the loop thread's, or of whoever starts and stops the loop
+  zal::ReservedClose connectTimerClose{zal::reserveClose()};
   std::int32_t retryInterval = 0;
   std::atomic<std::uint8_t> configPending{0};
   std::uint32_t connection = zal::ipc::kAnyConnection;  // the transport's number of the present one; the loop thread's
@@ -197,8 +199,8 @@ struct ZAL_ClientHandle_ {
   zal::WorkQueue work;
 
   [[nodiscard]] bool valid() const noexcept {
-    return connectedCond != nullptr && configMutex.valid() && callbackMutex.valid() && servicesMutex.valid() &&
-           lifecycleMutex.valid() && jobs.valid() && work.valid();
+    return connectedCond != nullptr && connectTimerClose != nullptr && configMutex.valid() && callbackMutex.valid() &&
+           servicesMutex.valid() && lifecycleMutex.valid() && jobs.valid() && work.valid();
   }
   [[nodiscard]] bool isStarted() const noexcept { return (flags.load() & zal::kStarted) != 0; }
   [[nodiscard]] bool isConnected() const noexcept { return (flags.load() & zal::kConnected) != 0; }
@@ -237,6 +239,8 @@ void stopClient(ZAL_ClientHandle_& client) noexcept;
 /// Stops the client for good and waits for its jobs; false, with a log line, on a worker, which they may need, and on
 /// the loop thread.
 [[nodiscard]] bool quiesceClient(ZAL_ClientHandle_& client, const char* caller) noexcept;
+/// Destroys the loop of a client that is at rest.
+void destroyLoop(ZAL_ClientHandle_& client) noexcept;
 /// Gives up what the short teardown does not release: lists, services, pending requests and configuration.
 void forsakeContents(ZAL_ClientHandle_& client) noexcept;
 /// Encodes the list and hands it to the transport. Any thread.

@@ -17,18 +17,10 @@ constexpr int kJitterMs = 100;
 
 void connectTimerCallback(uv_timer_t* timer) noexcept;
 
-/// Any thread: whoever takes the timer stops it, so it is stopped once.
-void dropConnectTimer(ZAL_ClientHandle_& client) noexcept {
-  if (uv_timer_t* timer = client.connectTimer.exchange(nullptr)) ZAL_EventLoop_StopTimer(client.loop, timer);
-}
-
 /// Start, or the loop thread. One attempt at a time: a pending timer stays the only one.
 void armConnectTimer(ZAL_ClientHandle_& client, int delayMs) noexcept {
-  if (client.connectTimer.load() != nullptr) return;
-  client.connectTimer.store(
-      ZAL_EventLoop_StartTimer(client.loop, connectTimerCallback, static_cast<std::uint64_t>(delayMs), 0, &client));
-  // Stop may have looked for the timer before it was stored.
-  if (!client.isStarted()) dropConnectTimer(client);
+  if (uv_is_active(reinterpret_cast<uv_handle_t*>(&client.connectTimer)) != 0) return;
+  startOwnTimer(client.loop, client.connectTimer, connectTimerCallback, static_cast<std::uint64_t>(delayMs));
 }
 
 int drawJitter() noexcept {
@@ -45,7 +37,6 @@ void armRetry(ZAL_ClientHandle_& client) noexcept {
 
 void connectTimerCallback(uv_timer_t* timer) noexcept {
   auto& client = *static_cast<ZAL_ClientHandle_*>(ZAL_EventLoop_GetTimerContext(timer));
-  dropConnectTimer(client);
   if (!client.isStarted()) return;
   // An attempt that is refused on the spot is followed by no callback of the transport, so it is renewed here.
   if (ZAL_IPC_ClientConnectServer(client.ipc, client.options.url) == 0 && !client.isConnected()) armRetry(client);
@@ -78,9 +69,9 @@ void onServerDisconnect(void* userData) noexcept {
 void stopLocked(ZAL_ClientHandle_& client) noexcept ZAL_REQUIRES(client.lifecycleMutex) {
   const std::uint8_t before = client.flags.fetch_and(static_cast<std::uint8_t>(~kStarted));
   if ((before & kStarted) == 0) return;
-  dropConnectTimer(client);
   ZAL_IPC_DisconnectServer(client.ipc);
   ZAL_EventLoop_Stop(client.loop);
+  stopOwnTimer(client.loop, client.connectTimer);
   // The loop thread has ended, and no other sets this bit. The next start finds a client without a connection.
   client.flags.fetch_and(static_cast<std::uint8_t>(~kConnected));
 }
@@ -112,6 +103,8 @@ ZAL_ClientHandle_* createClient(const ZAL_ClientOptions& options) noexcept {
     ZAL_EventLoop_Destroy(client->loop);
     return nullptr;
   }
+  static_cast<void>(uv_timer_init(ZAL_EventLoop_GetLoop(client->loop), &client->connectTimer));  // always 0
+  client->connectTimer.data = client.get();
   ZAL_IPC_AddMessageCallback(client->ipc, onMessage, client.get());
   ZAL_IPC_AddServerConnectCallback(client->ipc, onConnect, client.get());
   ZAL_IPC_AddServerDisconnectCallback(client->ipc, onServerDisconnect, client.get());
@@ -127,6 +120,7 @@ void startClient(ZAL_ClientHandle_& client) noexcept {
     client.flags.fetch_or(kStarted);
     armConnectTimer(client, client.retryInterval);
     ZAL_EventLoop_Run(client.loop);
+    if (!isRunning(client.loop)) return stopLocked(client);  // as the log says: a later start may find a thread
     readyWorker(client);
   }
   if (ZAL_Cond_Wait(client.connectedCond.get(), kFirstConnectionMs) != 0) {
@@ -156,6 +150,12 @@ bool quiesceClient(ZAL_ClientHandle_& client, const char* caller) noexcept {
   client.work.endLingering();
   client.jobs.closeAndWait();
   return true;
+}
+
+void destroyLoop(ZAL_ClientHandle_& client) noexcept {
+  closeHandle(client.loop, reinterpret_cast<uv_handle_t*>(&client.connectTimer), nullptr,
+              std::move(client.connectTimerClose));
+  ZAL_EventLoop_Destroy(client.loop);
 }
 
 void forsakeContents(ZAL_ClientHandle_& client) noexcept {
