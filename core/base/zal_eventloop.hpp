@@ -3,6 +3,7 @@
 
 #include <zal/zal_eventloop.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 
@@ -37,6 +38,9 @@ void closeHandle(ZAL_EventLoopContext loop, uv_handle_t* handle, uv_close_cb cal
 
 /// ZAL_EventLoop_AsyncInit; false, with a log line, when there will be no user async.
 [[nodiscard]] bool initUserAsync(ZAL_EventLoopContext loop, uv_async_cb callback, void* context) noexcept;
+
+/// How many jobs can run at a time, as libuv reads it from the environment.
+[[nodiscard]] std::size_t workerPoolSize() noexcept;
 
 /// Whether the loop runs, or is about to. Any thread.
 [[nodiscard]] bool isRunning(ZAL_EventLoopContext loop) noexcept;

@@ -111,7 +111,8 @@ ZAL_EXPORT uv_loop_t* ZAL_EventLoop_GetLoop(ZAL_EventLoopContext loop) ZAL_NOEXC
  *            The jobs of a stopped loop run too; their requests are freed when it runs again or is destroyed.
  * Errors:    a request that libuv refuses later, on the loop thread, is logged at level 5 and never called back.
  *
- * @return 0, or a negative libuv error: UV_EINVAL for a null loop or callback, UV_ENOMEM, or what uv_queue_work says
+ * @return 0, or a negative libuv error: UV_EINVAL for a null loop or callback, UV_ENOMEM, UV_EAGAIN when the process
+ * has no threads for the pool, or what uv_queue_work says
  */
 ZAL_EXPORT int ZAL_EventLoop_Work(ZAL_EventLoopContext loop, uv_work_cb callback, void* data) ZAL_NOEXCEPT;
 

@@ -1,32 +1,16 @@
 // The work queue; what it is for stands in the header.
 #include "base/zal_client/work_queue.hpp"
 
-#include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <cstdlib>
 #include <ctime>
 #include <utility>
 
 #include "base/zal_client/client.hpp"
-#include "support/number.hpp"
 
 namespace zal {
 
 namespace {
-
-/// How many workers there can be at a time, as libuv reads it.
-std::size_t readPoolSize() noexcept {
-  constexpr int kDefault = 4;
-  constexpr int kMost = 1024;
-  const char* const wish = std::getenv("UV_THREADPOOL_SIZE");
-  return static_cast<std::size_t>(wish == nullptr ? kDefault : std::clamp(readInt32(wish), 1, kMost));
-}
-
-std::size_t poolSize() noexcept {
-  static const std::size_t size = readPoolSize();
-  return size;
-}
 
 /// Short enough for other jobs that wait for the pool, and longer than a tick of the kernel's clock (10 ms at most): a
 /// nearer end would be the processor's next deadline, and to set its timer anew at each wait costs more than to wake.
@@ -47,7 +31,7 @@ timespec endOfLingering() noexcept {
 std::atomic<std::size_t> lingering{0};
 
 bool mayLinger() noexcept {
-  if (lingering.fetch_add(1) < poolSize() / 2) return true;
+  if (lingering.fetch_add(1) < workerPoolSize() / 2) return true;
   lingering.fetch_sub(1);
   return false;
 }
@@ -65,7 +49,7 @@ bool WorkQueue::push(WorkItemPtr item) noexcept {
     (head_ == nullptr ? head_ : tail_->next) = added;
     tail_ = added;
     if (!std::exchange(isLingering_, false)) {
-      const bool startsWorker = workers_ < poolSize();
+      const bool startsWorker = workers_ < workerPoolSize();
       if (startsWorker) ++workers_;
       return startsWorker;
     }

@@ -1,5 +1,8 @@
 // The life of a loop: made, run, stopped, run again, destroyed. A run belongs to one thread, which alone ends it; the
 // other threads ask for the end and wait. Whoever starts or ends a run holds the life lock.
+#include <fcntl.h>
+#include <sys/eventfd.h>
+
 #include <cstdlib>
 #include <new>
 #include <utility>
@@ -158,6 +161,19 @@ void checkRefCount(Loop& loop) noexcept {
              static_cast<void*>(&loop), nameOf(loop), loop.refCount);
 }
 
+/// libuv aborts when its table of descriptors cannot grow. It grows here, where the loop is made, to what few programs
+/// go beyond, rather than amid a connect.
+void growTable(uv_loop_t& loop) noexcept {
+  constexpr int kHigh = 253;
+  const Descriptor event{eventfd(0, EFD_CLOEXEC)};
+  const Descriptor high{fcntl(event.get(), F_DUPFD_CLOEXEC, kHigh)};
+  uv_poll_t poll{};
+  if (!high.isOpen() || uv_poll_init(&loop, &poll, high.get()) != 0) return;
+  static_cast<void>(uv_poll_start(&poll, UV_READABLE, [](uv_poll_t*, int, int) {}));  // fails for a closed handle alone
+  uv_close(asHandle(&poll), nullptr);
+  uv_run(&loop, UV_RUN_NOWAIT);
+}
+
 }  // namespace
 
 std::unique_ptr<Loop> newRecord(const char* name) noexcept {
@@ -182,6 +198,7 @@ Loop* createOwn(const char* name) noexcept {
     ZAL_LOG_AS(ZAL_LOG_ERROR, "ZAL_EventLoop_Create", "Unable to start uv_loop\n");
     return nullptr;
   }
+  growTable(*loop);
   record->loop = loop.release();
   return record.release();
 }
