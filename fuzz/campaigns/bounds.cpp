@@ -7,10 +7,10 @@
 #include <zal/zal_tpl.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <exception>
 #include <functional>
 #include <memory>
@@ -207,9 +207,9 @@ Finding joinInTime() {
   double best = 1e9;
   for (int round = 0; round < 5; ++round) {
     Stream stream{kLarge, kReadBlock};
-    const auto begin = Clock::now();
+    const std::clock_t begin = std::clock();  // the processor's time: nothing waits, and other programs do not count
     static_cast<void>(stream.feed(kLarge));
-    best = std::min(best, std::chrono::duration<double>(Clock::now() - begin).count());
+    best = std::min(best, static_cast<double>(std::clock() - begin) / CLOCKS_PER_SEC);
     if (stream.images() != 1) throw Failure{"an image is missing"};
   }
   return {best, kMemoryIsTelling ? 0.5 : kInstrumented};
