@@ -142,9 +142,7 @@ void run(long requests, long inFlight) {
     std::printf("%9ld requests, %7.0f/s: %s\n", answered, static_cast<double>(step) / seconds, now.text().c_str());
     std::fflush(stdout);
     if (answered == step) early = now;
-    if (now.descriptors != early.descriptors || now.threads != early.threads ||
-        (kMemoryIsTelling && now.residentKib > early.residentKib + kResidentSlackKib))
-      throw Failure{"the client grows"};
+    if (hasGrown(early, now, kResidentSlackKib)) throw Failure{"the client grows"};
   }
 }
 

@@ -152,7 +152,6 @@ void HostileAgent::settle() {
 
 /// Has the client end every gateway request: those that did not reach the agent are answered too, as if they had.
 void HostileAgent::settleAll() {
-  ask();  // behind what earlier connections have left in the queue of the workers
   settle();
   answerQuestions();
   for (const auto end = Clock::now() + kPatience; application_.openQuestions() != 0; pump(milliseconds{20})) {
@@ -164,6 +163,8 @@ void HostileAgent::settleAll() {
   }
   sweptQuestions_ = application_.questions();
   questions_.clear();
+  ask();  // answered behind all that is left in the queue of the workers
+  settle();
   if (ledger_.tally().ownAnswers > application_.ownRequests()) throw Failure{"a second answer to a local request"};
   application_.check();
 }

@@ -39,6 +39,13 @@ Vitals vitals() {
           .heapKib = static_cast<long>((heap.uordblks + heap.hblkhd) / 1024)};
 }
 
+bool hasGrown(const Vitals& early, const Vitals& late, long residentSlackKib) {
+  constexpr long kHeapSlackKib = 256;
+  return late.descriptors > early.descriptors || late.threads > early.threads ||
+         (kMemoryIsTelling && late.heapKib > early.heapKib + kHeapSlackKib) ||
+         (kResidentIsTelling && late.residentKib > early.residentKib + residentSlackKib);
+}
+
 long peakKib() {
   return statusKib("VmHWM");
 }

@@ -28,4 +28,15 @@ constexpr bool kMemoryIsTelling =
     true;
 #endif
 
+/// False under an emulator, too, whose translations grow beside the program's memory.
+constexpr bool kResidentIsTelling =
+#if defined(CAMPAIGN_IS_EMULATED)
+    false;
+#else
+    kMemoryIsTelling;
+#endif
+
+/// Whether a process has grown since an earlier look, beyond what memory varies by.
+bool hasGrown(const Vitals& early, const Vitals& late, long residentSlackKib);
+
 }  // namespace zal::campaign
