@@ -4,6 +4,7 @@
 #include <array>
 #include <future>
 #include <set>
+#include <stdexcept>
 
 #include "tests/integration/client_with_agent.hpp"
 #include "tests/support/log_capture.hpp"
@@ -126,6 +127,20 @@ TEST_F(ClientRequests, WhatCannotBeServedIsAnsweredWithAnImageWithoutRecords) {
   const auto received = agent_.received();
   EXPECT_EQ(received.size(), 7U) << "a name that is no URI is not answered";
   for (size_t i = 2; i < 6; ++i) EXPECT_EQ(received[i].image, WireImage{});
+}
+
+TEST_F(ClientRequests, AnExceptionOfAHandlerIsLoggedAndItsAnswerSentAsItIs) {
+  addMethod(service_, "throw", [&](ZAL_MessageHandle, ZAL_MessageHandle response) {
+    respond(response, "value", 1);
+    throw std::runtime_error{"of the program, not of the library's C++ runtime"};
+  });
+  start();
+
+  LogCapture log;
+  const auto response = call(requestOf("throw", 1));
+  ASSERT_TRUE(response);
+  EXPECT_EQ(dataOf(response->payload), R"({"value":1})");
+  EXPECT_TRUE(log.contains("unexpected failure: of the program, not of the library's C++ runtime\n"));
 }
 
 /// A dataset that adds everything it has, and leaves the choice to the filter.
