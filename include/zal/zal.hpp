@@ -1,26 +1,28 @@
-// The C++ face of the library: owners instead of handles, lambdas instead of functions with user data, std::optional
-// instead of results, exceptions instead of forgotten errors. Header-only, over the C functions; C++17 or newer.
-//
-//   zal::Client client;
-//   client.service("greeter").method("hello", [](const zal::Request& request, zal::Response& response) {
-//     response.data().add("greeting", "hello " + request.data().get<std::string>("name").value_or("you"));
-//   });
-//   client.start();
-//
-// Ownership. Object, Event, Watch, EventLoop and Client own what they stand for: they can be moved, not copied, and
-// what they own is released once. A Node, a Service and a std::string_view are borrowed: valid as long as the owner
-// above.
-//
-// Handlers run on several threads at once, so they are called as const: a `mutable` lambda does not compile. What they
-// capture may be movable only. It lives until the handler is replaced or removed, or its client or loop is destroyed,
-// and then until the last call of it has ended; what is captured by reference must live as long.
-//
-// Exceptions. An Error that leaves the handler of a method or dataset becomes the error of its answer, any other
-// exception an error with code 500 and its what(); the source of the error is the name of the service. An exception
-// that leaves another handler, whom no caller waits for, is logged at level 5. The functions here throw std::bad_alloc
-// when the library finds no memory. Without exceptions (-fno-exceptions) what would throw calls std::abort instead.
-//
-// What is not here is a C function away: handle() gives what it takes.
+/*
+ * The C++ face of the library: owners instead of handles, lambdas instead of functions with user data, std::optional
+ * instead of results, exceptions instead of forgotten errors. Header-only, over the C functions; C++17 or newer.
+ *
+ *   zal::Client client;
+ *   client.service("greeter").method("hello", [](const zal::Request& request, zal::Response& response) {
+ *     response.data().add("greeting", "hello " + request.data().get<std::string>("name").value_or("you"));
+ *   });
+ *   client.start();
+ *
+ * Ownership. Object, Event, Watch, EventLoop and Client own what they stand for: they can be moved, not copied, and
+ * what they own is released once. A Node, a Service and a std::string_view are borrowed: valid as long as the owner
+ * above.
+ *
+ * Handlers run on several threads at once, so they are called as const: a `mutable` lambda does not compile. What they
+ * capture may be movable only. It lives until the handler is replaced or removed, or its client or loop is destroyed,
+ * and then until the last call of it has ended; what is captured by reference must live as long.
+ *
+ * Exceptions. An Error that leaves the handler of a method or dataset becomes the error of its answer, any other
+ * exception an error with code 500 and its what(); the source of the error is the name of the service. An exception
+ * that leaves another handler, whom no caller waits for, is logged at level 5. The functions here throw std::bad_alloc
+ * when the library finds no memory. Without exceptions (-fno-exceptions) what would throw calls std::abort instead.
+ *
+ * What is not here is a C function away: handle() gives what it takes.
+ */
 #ifndef ZAL_HPP
 #define ZAL_HPP
 

@@ -27,15 +27,15 @@ enum {
 
 /** One command; its texts are terminated. */
 typedef struct ZAL_IpcCommand {
-  int32_t code;
-  char service[256];
-  char name[256];
-  char uid[256]; /**< never put on the wire */
-  char optionalParam[16];
-  void* payload;        /**< bytes of malloc's that the record owns, without a NUL unless it was sent; or null */
-  uint32_t payloadSize; /**< in bytes; 0 for none */
-  uint16_t requestId;   /**< of a gateway request, echoed by its response */
-  struct ZAL_IpcCommand* next;
+  int32_t code;                /**< one of ZAL_IPC_CMD_... */
+  char service[256];           /**< whose method, event or request it is */
+  char name[256];              /**< of a method, event or notification; of a request a URI */
+  char uid[256];               /**< never put on the wire */
+  char optionalParam[16];      /**< a text for the application */
+  void* payload;               /**< bytes of malloc's that the record owns, without a NUL unless it was sent; or null */
+  uint32_t payloadSize;        /**< in bytes; 0 for none */
+  uint16_t requestId;          /**< of a gateway request, echoed by its response */
+  struct ZAL_IpcCommand* next; /**< the list's own */
 } ZAL_IpcCommand;
 ZAL_FROZEN_SIZE(ZAL_IpcCommand, 804, 816);
 

@@ -24,33 +24,33 @@ ZAL_BEGIN_DECLS
 
 /** Time counters of one processor since boot, in clock ticks. */
 typedef struct {
-  uint8_t valid; /**< 1 when the system reports the processor */
-  uint64_t idle;
-  uint64_t user;
-  uint64_t system;
-  uint64_t nice;
-  uint64_t iowait;
-  uint64_t irq;
-  uint64_t softirq;
-  uint64_t steal;
+  uint8_t valid;    /**< 1 when the system reports the processor */
+  uint64_t idle;    /**< without work */
+  uint64_t user;    /**< processes, guests among them */
+  uint64_t system;  /**< the kernel for processes */
+  uint64_t nice;    /**< processes of low priority */
+  uint64_t iowait;  /**< without work but for disk transfers that are waited for */
+  uint64_t irq;     /**< interrupts */
+  uint64_t softirq; /**< soft interrupts */
+  uint64_t steal;   /**< taken by other guests of the machine */
 } ZAL_CpuStat;
 ZAL_FROZEN_SIZE(ZAL_CpuStat, 72, 72);
 
 /** Load of one processor, in percent, cut to hundredths. */
 typedef struct {
-  double usage; /**< all that is not idle */
-  double user;
-  double system;
-  double iowait;
-  double irq;
-  double softirq;
-  uint8_t valid; /**< 1 when the second sample had the processor */
+  double usage;   /**< all that is not idle */
+  double user;    /**< processes */
+  double system;  /**< the kernel for processes */
+  double iowait;  /**< waiting for disk transfers */
+  double irq;     /**< interrupts */
+  double softirq; /**< soft interrupts */
+  uint8_t valid;  /**< 1 when the second sample had the processor */
 } ZAL_CpuLoad;
 ZAL_FROZEN_SIZE(ZAL_CpuLoad, 56, 56);
 
 /** Load of all processors. */
 typedef struct {
-  uint8_t numCpus;
+  uint8_t numCpus;              /**< processors that `cpu` tells of */
   ZAL_CpuLoad cpu[ZAL_CPU_MAX]; /**< in the order of the processors */
 } ZAL_CpuSummary;
 ZAL_FROZEN_SIZE(ZAL_CpuSummary, 904, 904);
@@ -134,7 +134,7 @@ ZAL_EXPORT int ZAL_GetCpuFreqList(uint32_t* list) ZAL_NOEXCEPT;
 
 /** One process. */
 typedef struct {
-  int32_t pid;
+  int32_t pid;       /**< process id; 0 in a record without a process */
   char comm[16];     /**< command name */
   char cmdline[256]; /**< first argument of the command line; empty when it cannot be read */
   float cpuUsage;    /**< percent of one processor; filled by ZAL_GetProcessSummary alone */
@@ -142,8 +142,8 @@ typedef struct {
   uint32_t stime;    /**< system time, clock ticks */
   uint32_t vsize;    /**< virtual size: 1000 for each KiB */
   uint32_t rss;      /**< resident size, KiB */
-  int32_t threads;
-  char state; /**< letter; ZAL_ConvertStateToString names it */
+  int32_t threads;   /**< number of its threads */
+  char state;        /**< letter; ZAL_ConvertStateToString names it */
 } ZAL_ProcessInfo;
 ZAL_FROZEN_SIZE(ZAL_ProcessInfo, 304, 304);
 
@@ -266,18 +266,18 @@ ZAL_FROZEN_SIZE(ZAL_InterruptCpu, 8, 8);
 
 /** One line of the interrupt table. */
 typedef struct {
-  uint32_t count[ZAL_INTERRUPTS_MAX_CPUS];
-  char name[10];        /**< label, for example the interrupt number, with the blanks before it */
-  char description[96]; /**< controller, trigger, device; empty when the line has none */
+  uint32_t count[ZAL_INTERRUPTS_MAX_CPUS]; /**< of each processor */
+  char name[10];                           /**< label, for example the interrupt number, with the blanks before it */
+  char description[96];                    /**< controller, trigger, device; empty when the line has none */
 } ZAL_InterruptType;
 ZAL_FROZEN_SIZE(ZAL_InterruptType, 140, 140);
 
 /** Interrupt counters; zeroed by the caller before the first call. */
 typedef struct {
-  uint32_t totalInterrupts;
-  uint32_t contextSwitches;
-  ZAL_InterruptCpu cpu[ZAL_INTERRUPTS_MAX_CPUS];
-  ZAL_InterruptType types[ZAL_INTERRUPTS_MAX_TYPES];
+  uint32_t totalInterrupts;                          /**< since boot; by ZAL_GetProcStatInfo */
+  uint32_t contextSwitches;                          /**< since boot; by ZAL_GetProcStatInfo */
+  ZAL_InterruptCpu cpu[ZAL_INTERRUPTS_MAX_CPUS];     /**< the columns of the table */
+  ZAL_InterruptType types[ZAL_INTERRUPTS_MAX_TYPES]; /**< its lines */
 } ZAL_InterruptInfo;
 ZAL_FROZEN_SIZE(ZAL_InterruptInfo, 16872, 16872);
 
@@ -335,9 +335,9 @@ ZAL_EXPORT int ZAL_GetProcSerialIrqNum(const char* port, char* text) ZAL_NOEXCEP
 
 /** Memory of the device, in kB as meminfo counts them (1024 bytes). */
 typedef struct {
-  uint64_t total;
-  uint64_t free;
-  uint64_t available;
+  uint64_t total;     /**< usable by the system */
+  uint64_t free;      /**< used for nothing */
+  uint64_t available; /**< to be had without swapping, the kernel's estimate */
 } ZAL_MemoryInfo;
 ZAL_FROZEN_SIZE(ZAL_MemoryInfo, 24, 24);
 
@@ -394,11 +394,11 @@ ZAL_EXPORT int ZAL_Osl_GetMemoryInfo(ZAL_MemoryInfo* info) ZAL_NOEXCEPT;
 
 /** One end of a connection, filled by the application. */
 typedef struct {
-  int32_t port;
+  int32_t port;         /**< number of the port */
   uint8_t reserved[16]; /**< not read */
-  char address[46];
-  char addressV6[46]; /**< empty when there is none */
-  char name[256];     /**< for example what ZAL_ConvertDotAddressToDescription gives */
+  char address[46];     /**< as text */
+  char addressV6[46];   /**< the address of IPv6 as text; empty when there is none */
+  char name[256];       /**< for example what ZAL_ConvertDotAddressToDescription gives */
 } ZAL_AddressInfo;
 ZAL_FROZEN_SIZE(ZAL_AddressInfo, 368, 368);
 

@@ -36,8 +36,8 @@ typedef struct tpl_map_node tpl_map_node;
  * a null address for no bytes.
  */
 typedef struct tpl_blob {
-  void* address;
-  uint32_t length;
+  void* address;   /**< where they stand */
+  uint32_t length; /**< in bytes */
 } tpl_blob;
 ZAL_FROZEN_SIZE(tpl_blob, 8, 16);
 
@@ -47,8 +47,8 @@ ZAL_FROZEN_SIZE(tpl_blob, 8, 16);
  * `bytes` and then the record, both with tpl_hook.free_fn.
  */
 typedef struct tpl_gather_state {
-  void* bytes;
-  int32_t length;
+  void* bytes;    /**< what has arrived of the image */
+  int32_t length; /**< of it, in bytes */
 } tpl_gather_state;
 ZAL_FROZEN_SIZE(tpl_gather_state, 8, 16);
 
@@ -62,23 +62,22 @@ typedef int (*tpl_gather_callback)(void* image, size_t length, void* data);
  * Where the engine's reports, allocations and fatal ends go. The program sets it, if at all, before the first map is
  * made; the library only reads it. No function may throw or jump out of the engine.
  *
- * report_fn    prints to standard error by default; its result is not used
- * alloc_fn, realloc_fn, free_fn  malloc, realloc and free. Images and payloads that pass through the ZAL_Ipc functions
- *              are freed with free(), so a program that uses those replaces these only by what free() can take back
- * fatal_fn     must not return, and abort() follows when it does; by default reports at most 99 characters and ends
- *              the process with status -1 and without exit handlers, which would wait for other threads
- * gather_limit the longest image, or pending image with the block that continues it, that tpl_gather accepts; 0 accepts
- *              any. To be set wherever a peer is not trusted: the length in a header decides how much is kept for it.
- *              At most twice what has arrived, or 64 KiB, is reserved before the rest comes, and never more than the
- *              limit. A client that expects no image above 1 MiB says so before it starts:
- *              tpl_hook.gather_limit = 1 << 20;
+ * Images and payloads that pass through the ZAL_Ipc functions are freed with free(), so a program that uses those
+ * replaces the allocating functions only by what free() can take back.
  */
 typedef struct tpl_hook_record {
+  /** Prints to standard error by default; its result is not used. */
   int (*report_fn)(const char* format, ...) ZAL_PRINTF_LIKE(1, 2);
-  void* (*alloc_fn)(size_t size);
-  void* (*realloc_fn)(void* block, size_t size);
-  void (*free_fn)(void* block);
+  void* (*alloc_fn)(size_t size);                /**< malloc */
+  void* (*realloc_fn)(void* block, size_t size); /**< realloc */
+  void (*free_fn)(void* block);                  /**< free */
+  /** Must not return, and abort() follows when it does; by default reports at most 99 characters and ends the process
+   *  with status -1 and without exit handlers, which would wait for other threads. */
   void (*fatal_fn)(const char* format, ...) ZAL_PRINTF_LIKE(1, 2);
+  /** The longest image, or pending image with the block that continues it, that tpl_gather accepts; 0 accepts any. To
+   *  be set wherever a peer is not trusted: the length in a header decides how much is kept for it. At most twice what
+   *  has arrived, or 64 KiB, is reserved before the rest comes, and never more than the limit. A client that expects no
+   *  image above 1 MiB says so before it starts: tpl_hook.gather_limit = 1 << 20; */
   size_t gather_limit;
 } tpl_hook_record;
 ZAL_FROZEN_SIZE(tpl_hook_record, 24, 48);

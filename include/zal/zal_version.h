@@ -20,7 +20,9 @@ ZAL_BEGIN_DECLS
 /** The version of the headers, as one number. */
 #define ZAL_VERSION ZAL_VERSION_NUMBER(ZAL_VERSION_MAJOR, ZAL_VERSION_MINOR, ZAL_VERSION_PATCH)
 
+/** Makes a text of numbers alone; ZAL_VERSION_TEXT is the one to use. */
 #define ZAL_VERSION_TEXT_(major, minor, patch) #major "." #minor "." #patch
+/** A version as text; its numbers may be macros. */
 #define ZAL_VERSION_TEXT(major, minor, patch) ZAL_VERSION_TEXT_(major, minor, patch)
 /** The version of the headers as text, such as "1.1.0". */
 #define ZAL_VERSION_STRING ZAL_VERSION_TEXT(ZAL_VERSION_MAJOR, ZAL_VERSION_MINOR, ZAL_VERSION_PATCH)
