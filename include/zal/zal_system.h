@@ -274,8 +274,8 @@ ZAL_FROZEN_SIZE(ZAL_InterruptType, 140, 140);
 
 /** Interrupt counters; zeroed by the caller before the first call. */
 typedef struct {
-  uint32_t totalInterrupts;                          /**< since boot; by ZAL_GetProcStatInfo */
-  uint32_t contextSwitches;                          /**< since boot; by ZAL_GetProcStatInfo */
+  uint32_t totalInterrupts;                          /**< since boot; ZAL_GetInterruptCount adds a reading to it */
+  uint32_t contextSwitches;                          /**< since boot; see ZAL_GetProcStatInfo */
   ZAL_InterruptCpu cpu[ZAL_INTERRUPTS_MAX_CPUS];     /**< the columns of the table */
   ZAL_InterruptType types[ZAL_INTERRUPTS_MAX_TYPES]; /**< its lines */
 } ZAL_InterruptInfo;
