@@ -138,7 +138,8 @@ struct InCall {
 };
 
 /// Ends a client or loop. Its teardown waits for its handlers, so that one that lets go of the last owner must not do
-/// it: the loop thread is stopped then, and a thread of its own does the rest when the handler has returned.
+/// it: the loop thread is stopped then, and a thread of its own does the rest when the handler has returned. Where no
+/// thread can be made, the process ends, as it does for one that joins itself.
 struct End {
   template <class Runtime>
   void operator()(Runtime* runtime) const noexcept {
@@ -914,8 +915,12 @@ class EventLoop {
  public:
   /// Makes a loop that does not run yet. Its thread bears the name when that has 15 characters at most.
   explicit EventLoop(std::string name) : runtime_{new detail::LoopRuntime{std::move(name)}, detail::End{}} {}
-  EventLoop(EventLoop&& other) noexcept = default;             ///< leaves the other one without a loop
-  EventLoop& operator=(EventLoop&& other) noexcept = default;  ///< ends its own loop and takes the other one's
+  EventLoop(EventLoop&& other) noexcept = default;  ///< leaves the other one without a loop
+  /// Ends its own loop and takes the other one's.
+  EventLoop& operator=(EventLoop&& other) noexcept {
+    const EventLoop old{std::exchange(runtime_, std::exchange(other.runtime_, nullptr))};
+    return *this;
+  }
   ~EventLoop() {
     if (runtime_) stop();
   }
@@ -955,6 +960,8 @@ class EventLoop {
   [[nodiscard]] ZAL_EventLoopContext handle() const noexcept { return runtime_->loop; }
 
  private:
+  explicit EventLoop(std::shared_ptr<detail::LoopRuntime> runtime) noexcept : runtime_{std::move(runtime)} {}
+
   template <class Handler>
   Watch startTimer(std::chrono::milliseconds delay, std::chrono::milliseconds repeat, Handler&& handler) const {
     const auto positive = [](std::chrono::milliseconds time) {

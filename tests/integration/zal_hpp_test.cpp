@@ -202,6 +202,9 @@ TEST(CppLoop, FiresUntilItsWatchEndsAndKeepsCapturesUntilThen) {
     fired[3].set_value();
   });
   fired[3].get_future().wait();
+  EventLoop replaced{"replaced"};
+  replaced.run();
+  replaced = EventLoop{"another"};
   for (const int end : pipe) ::close(end);
 }
 
