@@ -16,7 +16,7 @@ std::string hexDump(std::string_view bytes) {
   std::string out;
   for (std::size_t start = 0; start < bytes.size(); start += kWidth) {
     const std::string_view row = bytes.substr(start, kWidth);
-    std::array<char, 16> cell{};
+    std::array<char, 24> cell{};
     std::snprintf(cell.data(), cell.size(), "%08zx ", start);
     std::string line = cell.data();
     std::string text;
