@@ -1,15 +1,12 @@
-// A client of this library.
+/* A client of this library, in C as most of its users write. */
+#include <stdio.h>
 #include <unistd.h>
 #include <zal/zal.h>
 
-#include <string>
-#include <thread>
+static ZAL_ClientHandle client;
 
-namespace {
-
-ZAL_ClientHandle client;
-
-int answerStatus(ZAL_MessageHandle request, ZAL_MessageHandle response, void*) {
+static int answerStatus(ZAL_MessageHandle request, ZAL_MessageHandle response, void* userData) {
+  (void)userData;
   uint8_t isVerbose = 1;
   ZAL_Object_GetBool(ZAL_Message_GetData(request), "data:verbose", &isVerbose);
   ZAL_ObjectHandle answer = ZAL_Object_Create();
@@ -18,7 +15,7 @@ int answerStatus(ZAL_MessageHandle request, ZAL_MessageHandle response, void*) {
   ZAL_Object_AddString(answer, "firmware", "4.12.7");
   ZAL_Object_AddUint32(answer, "uptime", 350735);
   ZAL_Object_AddDouble(answer, "load", 0.42);
-  ZAL_Object_AddUint32(answer, "processes", isVerbose != 0 ? 0 : 113);
+  ZAL_Object_AddUint32(answer, "processes", isVerbose ? 0 : 113);
   ZAL_ObjectHandle memory = ZAL_Object_AddObject(answer, "memory");
   ZAL_Object_AddUint32(memory, "total", 512000);
   ZAL_Object_AddUint32(memory, "free", 143360);
@@ -30,7 +27,8 @@ int answerStatus(ZAL_MessageHandle request, ZAL_MessageHandle response, void*) {
   return 0;
 }
 
-int answerDocument(ZAL_MessageHandle request, ZAL_MessageHandle response, void*) {
+static int answerDocument(ZAL_MessageHandle request, ZAL_MessageHandle response, void* userData) {
+  (void)userData;
   ZAL_ObjectHandle readings = ZAL_Object_GetArray(ZAL_Message_GetData(request), "readings");
   uint32_t count = 0;
   ZAL_Array_GetSize(readings, &count);
@@ -41,7 +39,7 @@ int answerDocument(ZAL_MessageHandle request, ZAL_MessageHandle response, void*)
   return 0;
 }
 
-void sendEvent(uint32_t number) {
+static void sendEvent(uint32_t number) {
   ZAL_MessageHandle event = ZAL_Message_Create();
   ZAL_Message_SetName(event, "reading");
   ZAL_ObjectHandle data = ZAL_Object_Create();
@@ -56,25 +54,26 @@ void sendEvent(uint32_t number) {
   ZAL_Client_SendEvent(client, event);
 }
 
-int sendEvents(ZAL_MessageHandle request, ZAL_MessageHandle, void*) {
+static int sendEvents(ZAL_MessageHandle request, ZAL_MessageHandle response, void* userData) {
+  (void)response;
+  (void)userData;
   uint32_t count = 0;
   ZAL_Object_GetUint32(ZAL_Message_GetData(request), "count", &count);
   for (uint32_t i = 0; i < count; ++i) sendEvent(i);
   return 0;
 }
 
-}  // namespace
-
-int main(int, char** argv) {
+int main(int argc, char** argv) {
+  if (argc < 2) return 2;
   ZAL_ClientOptions options;
   ZAL_Client_GetDefaultOptions(&options);
-  zalstrlcpy(options.url, ("file://" + std::string{argv[1]}).c_str(), sizeof options.url);
+  snprintf(options.url, sizeof options.url, "file://%s", argv[1]);
   options.interval = 1;
   client = ZAL_Client_Create(&options);
   ZAL_ServiceHandle service = ZAL_Service_Create("telemetry");
-  ZAL_Service_AddMethod(service, "system", answerStatus, nullptr);
-  ZAL_Service_AddMethod(service, "document", answerDocument, nullptr);
-  ZAL_Service_AddMethod(service, "events", sendEvents, nullptr);
+  ZAL_Service_AddMethod(service, "system", answerStatus, NULL);
+  ZAL_Service_AddMethod(service, "document", answerDocument, NULL);
+  ZAL_Service_AddMethod(service, "events", sendEvents, NULL);
   ZAL_Client_AddService(client, service);
   ZAL_Client_Start(client);
   pause();
