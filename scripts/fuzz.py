@@ -20,9 +20,11 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 BUILD = ROOT / "build/fuzz"
 PROGRAMS = BUILD / "fuzz/targets"
 SEEDS = ROOT / "fuzz/corpus"
+WORDS = ROOT / "fuzz/words.dict"
 DOCUMENT = ROOT / "docs/reliability.md"
 
 TIMEOUT_S, MEMORY_MB = 5, 512
+FREED_KEPT_MB = 64  # by ASan, to see that it is not used again; it counts as memory
 BEGIN, END = "<!-- scripts/fuzz.py: begin -->", "<!-- end -->"
 COLUMNS = ("target", "executions", "processor seconds", "executions/s", "findings", "peak MB")
 MOST_KEPT = 40  # nameless inputs of one target that are checked in
@@ -48,7 +50,8 @@ def statistic(output, name):
 def execute(command):
     """The status of a command, what it wrote to standard error, and the processor seconds that it took."""
     with tempfile.TemporaryFile("w+", errors="replace") as output:
-        process = subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=output, preexec_fn=lambda: os.nice(10))
+        process = subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=output, preexec_fn=lambda: os.nice(10),
+                                   env=dict(os.environ, ASAN_OPTIONS=f"quarantine_size_mb={FREED_KEPT_MB}"))
         _, status, usage = os.wait4(process.pid, 0)
         process.returncode = os.waitstatus_to_exitcode(status)
         output.seek(0)
@@ -66,6 +69,7 @@ def run(target, seconds):
         f"-timeout={TIMEOUT_S}",
         f"-rss_limit_mb={MEMORY_MB}",
         f"-artifact_prefix={findings}/",
+        f"-dict={WORDS}",
         "-close_fd_mask=3",  # what the library prints; the reports of the sanitizers are not affected
         "-print_final_stats=1",
         *corpora(target),

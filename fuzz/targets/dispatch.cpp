@@ -13,6 +13,7 @@
 #include <cstring>
 #include <deque>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -87,6 +88,11 @@ int refuse(ZAL_MessageHandle request, ZAL_MessageHandle response, void* /*userDa
   return -1;
 }
 
+/// A handler in C++ that fails in its own way.
+int throwAway(ZAL_MessageHandle /*request*/, ZAL_MessageHandle /*response*/, void* /*userData*/) {
+  throw std::runtime_error{"thrown"};
+}
+
 /// A dataset, all of which is added: the filter of the request takes its part.
 int tell(ZAL_MessageHandle /*request*/, ZAL_MessageHandle response, ZAL_MessageHandle /*context*/) {
   ZAL_ObjectHandle top = ZAL_TelemetryObject_Create(response);
@@ -114,6 +120,7 @@ ZAL_ClientHandle makeClient() {
   ZAL_Service_AddMethod(service, "echo", echo, nullptr);
   ZAL_Service_AddMethod(service, "payload", payload, nullptr);
   ZAL_Service_AddMethod(service, "refuse", refuse, nullptr);
+  ZAL_Service_AddMethod(service, "throw", throwAway, nullptr);
   ZAL_Client_AddService(client, service);
   ZAL_ServiceHandle telemetry = ZAL_TelemetryService_Create();
   ZAL_TelemetryService_AddDataset(telemetry, "device", tell);

@@ -81,8 +81,27 @@ class EngineHook {
 
   static void* allocate(std::size_t size) {
     if (size > memory_ - bytes_) return nullptr;
-    void* const memory = std::malloc(sizeof(Block) + size);
-    if (memory == nullptr) return nullptr;
+    return add(std::malloc(sizeof(Block) + size), size);
+  }
+
+  /// The old block counts until there is a new one, but not beside it.
+  static void* reallocate(void* old, std::size_t size) {
+    if (old == nullptr) return allocate(size);
+    Block* const block = static_cast<Block*>(old) - 1;
+    if (size > memory_ - (bytes_ - block->size)) return nullptr;
+    remove(*block);
+    return add(std::realloc(block, sizeof(Block) + size), size);
+  }
+
+  static void release(void* memory) {
+    if (memory == nullptr) return;
+    Block* const block = static_cast<Block*>(memory) - 1;
+    remove(*block);
+    std::free(block);
+  }
+
+  static void* add(void* memory, std::size_t size) {
+    FUZZ_CHECK(memory != nullptr);
     auto* const block = new (memory) Block{.previous = blocks_.previous, .next = &blocks_, .size = size};
     block->previous->next = block->next->previous = block;
     bytes_ += size;
@@ -91,22 +110,11 @@ class EngineHook {
     return block + 1;
   }
 
-  static void* reallocate(void* old, std::size_t size) {
-    void* const grown = allocate(size);
-    if (grown == nullptr || old == nullptr) return grown;
-    std::memcpy(grown, old, std::min(size, (static_cast<Block*>(old) - 1)->size));
-    release(old);
-    return grown;
-  }
-
-  static void release(void* memory) {
-    if (memory == nullptr) return;
-    Block* const block = static_cast<Block*>(memory) - 1;
-    block->previous->next = block->next;
-    block->next->previous = block->previous;
-    bytes_ -= block->size;
+  static void remove(const Block& block) {
+    block.previous->next = block.next;
+    block.next->previous = block.previous;
+    bytes_ -= block.size;
     --count_;
-    std::free(block);
   }
 
   static inline Block blocks_{};
