@@ -5,6 +5,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 #include <string_view>
 #include <utility>
@@ -68,7 +69,9 @@ Arguments argumentsOf(std::string_view format, Input& input) {
   for (const char symbol : format) {
     std::uintptr_t& value = arguments.values[arguments.count];
     if (grammar.takesVariable(symbol)) {
-      value = reinterpret_cast<std::uintptr_t>(areas[arguments.count++]);
+      char* const area = areas[arguments.count++];
+      std::memset(area, 0, kAreaSize);  // an unpacked blob leaves its padding there
+      value = reinterpret_cast<std::uintptr_t>(area);
     } else if (symbol == '#') {
       const int count = readCount(input);
       value = static_cast<std::uintptr_t>(static_cast<std::intptr_t>(count));
