@@ -2,6 +2,7 @@
 # set, which the presets do and a user's plain build does not.
 function(zal_compile_options target)
   target_compile_features(${target} PRIVATE cxx_std_20)
+  target_compile_definitions(${target} PRIVATE $<$<BOOL:${ZAL_INVARIANTS}>:ZAL_INVARIANTS>)
   target_compile_options(
     ${target}
     PRIVATE -Wall

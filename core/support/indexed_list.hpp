@@ -10,6 +10,8 @@
 #include <new>
 #include <utility>
 
+#include "support/invariant.hpp"
+
 namespace zal {
 
 /// What an index keeps in each of its records.
@@ -49,6 +51,7 @@ class Index {
 
   /// Takes out a record that is in.
   void remove(Record& record) noexcept {
+    ZAL_INVARIANT(count_ > 0);
     Record** place = &bucketOf(record.link.hash);
     while (*place != &record) place = &(*place)->link.sameBucket;
     *place = record.link.sameBucket;
@@ -122,6 +125,7 @@ class IndexedList {
   [[nodiscard]] Record* find(const typename Index<Record>::Key& key) const noexcept { return index_.find(key); }
 
   void push(std::unique_ptr<Record> record) noexcept {
+    ZAL_INVARIANT(head_ == nullptr || head_->previous == nullptr);
     index_.add(*record);
     record->previous = nullptr;
     record->next = head_;
@@ -131,6 +135,8 @@ class IndexedList {
 
   /// Takes out a record that is in.
   std::unique_ptr<Record> remove(Record& record) noexcept {
+    ZAL_INVARIANT((record.previous != nullptr ? record.previous->next : head_) == &record);
+    ZAL_INVARIANT(record.next == nullptr || record.next->previous == &record);
     index_.remove(record);
     (record.previous != nullptr ? record.previous->next : head_) = record.next;
     if (record.next != nullptr) record.next->previous = record.previous;

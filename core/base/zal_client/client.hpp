@@ -28,6 +28,7 @@
 #include "base/zal_ipc.hpp"
 #include "base/zal_ipccommand.hpp"
 #include "support/indexed_list.hpp"
+#include "support/invariant.hpp"
 #include "support/lock.hpp"
 
 namespace zal {
@@ -141,6 +142,11 @@ inline CommandPtr makeCommand() noexcept {
 /// Counts the jobs of one client that are queued or running, so that teardown can wait for the last.
 class JobCounter {
  public:
+  JobCounter() = default;
+  ~JobCounter() { ZAL_INVARIANT(count_ == 0); }
+  JobCounter(const JobCounter&) = delete;
+  JobCounter& operator=(const JobCounter&) = delete;
+
   [[nodiscard]] bool valid() const noexcept { return mutex_.valid() && idle_ != nullptr; }
   /// False once the counter is closed: no job may start any more.
   [[nodiscard]] bool begin() noexcept;

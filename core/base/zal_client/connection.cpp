@@ -37,6 +37,7 @@ void armRetry(ZAL_ClientHandle_& client) noexcept {
 
 void connectTimerCallback(uv_timer_t* timer) noexcept {
   auto& client = *static_cast<ZAL_ClientHandle_*>(ZAL_EventLoop_GetTimerContext(timer));
+  ZAL_INVARIANT(isLoopThread(client.loop) && timer == &client.connectTimer);
   if (!client.isStarted()) return;
   // An attempt that is refused on the spot is followed by no callback of the transport, so it is renewed here.
   if (ZAL_IPC_ClientConnectServer(client.ipc, client.options.url) == 0 && !client.isConnected()) armRetry(client);
@@ -47,6 +48,7 @@ void connectTimerCallback(uv_timer_t* timer) noexcept {
 /// The transport's server-connect callback. Loop thread.
 void onConnect(void* userData) noexcept {
   auto& client = *static_cast<ZAL_ClientHandle_*>(userData);
+  ZAL_INVARIANT(isLoopThread(client.loop));
   if (client.isConnected()) return;
   ZAL_LOG(ZAL_LOG_DEBUG, "on connect callback\n");
   client.connection = ipc::connectionNumber(*client.ipc);
@@ -59,6 +61,7 @@ void onConnect(void* userData) noexcept {
 /// The transport's server-disconnect callback: a connection was lost or an attempt failed. Loop thread.
 void onServerDisconnect(void* userData) noexcept {
   auto& client = *static_cast<ZAL_ClientHandle_*>(userData);
+  ZAL_INVARIANT(isLoopThread(client.loop));
   if (client.isConnected()) {
     static_cast<void>(postJob(client, disconnectPortalCallbackWork, &client));  // a failure is logged there
     client.flags.fetch_and(static_cast<std::uint8_t>(~kConnected));
@@ -77,6 +80,7 @@ void stopLocked(ZAL_ClientHandle_& client) noexcept ZAL_REQUIRES(client.lifecycl
 }
 
 void writeImage(ZAL_ClientHandle_& client, Image image, std::uint32_t connection) noexcept {
+  ZAL_INVARIANT(image.size == 0 || image.bytes != nullptr);
   if (image.size != 0) ipc::writeOn(connection, *client.ipc, std::move(image.bytes), image.size);
 }
 
@@ -117,6 +121,7 @@ void startClient(ZAL_ClientHandle_& client) noexcept {
     if (client.closed || client.isStarted()) return;
     // A connection of an earlier run may have left its signal: this run waits for its own.
     static_cast<void>(ZAL_Cond_Wait(client.connectedCond.get(), 0));
+    ZAL_INVARIANT(!client.isConnected());
     client.flags.fetch_or(kStarted);
     armConnectTimer(client, client.retryInterval);
     ZAL_EventLoop_Run(client.loop);

@@ -42,6 +42,7 @@ void deliverGatewayResponse(ZAL_ClientWorkItem_& item) noexcept {
     auto& all = item.client->pendingRequests;
     if (PendingRequest* const request = all.find(item.requestId)) pending = all.remove(*request);
   }
+  ZAL_INVARIANT(!pending || pending->requestId == item.requestId);
   if (!pending || pending->callback == nullptr) return;
   // A payload that is no JSON still answers the request: the callback then gets no object.
   const ObjectPtr response{

@@ -22,6 +22,7 @@ thread_local bool isInJob = false;
 void runJob(uv_work_t* request) noexcept {
   const Job job = *std::unique_ptr<Job>{static_cast<Job*>(request->data)};
   request->data = job.data;
+  ZAL_INVARIANT(!isInJob);
   isInJob = true;
   job.work(request);
   isInJob = false;
@@ -56,6 +57,7 @@ bool JobCounter::begin() noexcept {
 void JobCounter::end() noexcept {
   // Signalled under the lock: the waiter frees this object as soon as it can take the lock and reads 0.
   const LockGuard hold{mutex_};
+  ZAL_INVARIANT(count_ > 0);
   --count_;
   if (count_ == 0) ZAL_Cond_Signal(idle_.get());
 }
@@ -85,6 +87,7 @@ bool postJob(ZAL_ClientHandle_& client, uv_work_cb work, void* data) noexcept {
 }
 
 void postWorkItem(WorkItemPtr item) noexcept {
+  ZAL_INVARIANT(item->client != nullptr && item->command != nullptr);
   ZAL_ClientHandle_& client = *item->client;
   if (client.work.push(std::move(item))) startWorker(client);
 }

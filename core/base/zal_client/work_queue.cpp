@@ -45,6 +45,8 @@ void WorkItemDelete::operator()(ZAL_ClientWorkItem_* item) const noexcept {
 bool WorkQueue::push(WorkItemPtr item) noexcept {
   {
     const LockGuard hold{mutex_};
+    ZAL_INVARIANT(item->next == nullptr && (head_ == nullptr || tail_->next == nullptr));
+    ZAL_INVARIANT(!isLingering_ || workers_ > 0);
     ZAL_ClientWorkItem_* const added = item.release();
     (head_ == nullptr ? head_ : tail_->next) = added;
     tail_ = added;
@@ -68,6 +70,7 @@ bool WorkQueue::hireFirst() noexcept {
 WorkItemPtr WorkQueue::next() noexcept {
   {
     const LockGuard hold{mutex_};
+    ZAL_INVARIANT(workers_ > 0);
     if (head_ != nullptr) return popLocked();
     if (isLingering_ || isClosing_ || !mayLinger()) {
       --workers_;
@@ -78,6 +81,7 @@ WorkItemPtr WorkQueue::next() noexcept {
   linger();
   lingering.fetch_sub(1);
   const LockGuard hold{mutex_};
+  ZAL_INVARIANT(workers_ > 0);
   WorkItemPtr item = popLocked();  // another worker may have been faster
   if (!item) --workers_;
   return item;
@@ -94,6 +98,7 @@ void WorkQueue::endLingering() noexcept {
 
 void WorkQueue::giveUpWorker() noexcept {
   const LockGuard hold{mutex_};
+  ZAL_INVARIANT(workers_ > 0);
   if (--workers_ > 0) return;
   while (popLocked()) {
   }

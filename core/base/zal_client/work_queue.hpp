@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <memory>
 
+#include "support/invariant.hpp"
 #include "support/lock.hpp"
 
 struct ZAL_ClientWorkItem_;
@@ -22,7 +23,10 @@ using WorkItemPtr = std::unique_ptr<ZAL_ClientWorkItem_, WorkItemDelete>;
 class WorkQueue {
  public:
   WorkQueue() noexcept { sem_init(&call_, 0, 0); }
-  ~WorkQueue() { sem_destroy(&call_); }
+  ~WorkQueue() {
+    ZAL_INVARIANT(head_ == nullptr && workers_ == 0 && !isLingering_);
+    sem_destroy(&call_);
+  }
   WorkQueue(const WorkQueue&) = delete;
   WorkQueue& operator=(const WorkQueue&) = delete;
 

@@ -104,6 +104,7 @@ CommandPtr unlinkHeadLocked(Loop& loop) noexcept ZAL_REQUIRES(loop.queueLock) {
   CommandPtr head{loop.queueHead};
   if (!head) return head;
   loop.queueHead = head->next;
+  ZAL_INVARIANT(loop.queueHead != nullptr || loop.queueTail == head.get());
   if (loop.queueHead == nullptr) loop.queueTail = nullptr;
   if (head->type == ZAL_EVENTLOOP_CMD_CLOSE) loop.queuedCloses.remove(*head);
   return head;
@@ -128,6 +129,7 @@ CommandPtr makeCommand(CommandType type, uv_handle_t* handle, const char* functi
 
 void appendLocked(Loop& loop, CommandPtr command) noexcept {
   Command* const added = command.release();
+  ZAL_INVARIANT(added->next == nullptr && (loop.queueHead == nullptr) == (loop.queueTail == nullptr));
   (loop.queueTail != nullptr ? loop.queueTail->next : loop.queueHead) = added;
   loop.queueTail = added;
   // Sent under the lock: the thread that leaves the loop changes the phase under it, so the async is still open.
@@ -135,6 +137,7 @@ void appendLocked(Loop& loop, CommandPtr command) noexcept {
 }
 
 void drainLocked(Loop& loop) noexcept {
+  ZAL_INVARIANT(mayCallLibuv(loop));
   while (const CommandPtr command = unlinkHeadLocked(loop)) kExecute[command->type - 1](loop, *command);
 }
 
@@ -166,6 +169,7 @@ void closeHandle(Loop& loop, uv_handle_t* handle, uv_close_cb callback, CommandP
 void onWake(uv_async_t* async) noexcept {
   if (async == nullptr) return;
   auto& loop = *static_cast<Loop*>(async->data);
+  ZAL_INVARIANT(async == &loop.commandAsync && isLoopThread(&loop));
   ZAL_EventLoop_ExecuteCommands(&loop);
   const bool isToStop = [&] {
     const LockGuard hold{loop.queueLock};

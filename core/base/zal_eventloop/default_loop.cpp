@@ -46,6 +46,7 @@ Loop* shareDefault(const char* name) noexcept {
 
 Release releaseDefault(Loop& loop) noexcept {
   const LockGuard hold{sharedLock};
+  ZAL_INVARIANT(users > 0 && sharedRecord == &loop);
   if (users > 1) {
     --users;
     return Release::kShared;
@@ -59,6 +60,7 @@ Release releaseDefault(Loop& loop) noexcept {
 
 void defaultClosed() noexcept {
   const LockGuard hold{sharedLock};
+  ZAL_INVARIANT(isClosing.load() && users == 0);
   isClosing.store(false);
   isClosing.notify_all();
 }

@@ -16,6 +16,7 @@
 #include "base/zal_eventloop.hpp"
 #include "support/descriptor.hpp"
 #include "support/indexed_list.hpp"
+#include "support/invariant.hpp"
 #include "support/lock.hpp"
 
 namespace zal::eventloop {
@@ -115,6 +116,10 @@ inline void clearFlag(Loop& loop, Flag flag) noexcept {
 }
 inline const char* nameOf(const Loop& loop) noexcept {
   return loop.name != nullptr ? loop.name : "(null)";
+}
+/// For invariants: nobody runs the loop or tears it down but, perhaps, this thread.
+inline bool mayCallLibuv(const Loop& loop) noexcept {
+  return loop.runner.load() == 0 || isLoopThread(&loop);
 }
 template <class Handle>
 uv_handle_t* asHandle(Handle* handle) noexcept {

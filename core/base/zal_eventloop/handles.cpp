@@ -49,6 +49,7 @@ void silence(const Loop& loop, uv_handle_t* handle) noexcept {
 
 void onAsyncEvent(uv_poll_t* poll, int /*status*/, int /*events*/) noexcept {
   Loop& loop = *static_cast<Loop*>(poll->data);
+  ZAL_INVARIANT(isLoopThread(&loop) && loop.asyncEvent->isOpen());
   std::uint64_t count = 0;
   static_cast<void>(loop.asyncEvent->readOnce(&count, sizeof count));
   loop.isAsyncSent.store(false);  // before the callback: what is sent while it runs calls it again
@@ -95,6 +96,7 @@ void requestStop(Loop& loop, CommandType type, uv_handle_t* handle, const char* 
 }
 
 bool installAsync(Loop& loop, uv_async_cb callback, void* context) noexcept {
+  ZAL_INVARIANT(mayCallLibuv(loop));
   if (hasFlag(loop, kUserAsyncInstalled)) return true;
   loop.userAsync.data = context;
   loop.userAsyncCallback = callback;

@@ -26,6 +26,9 @@ void logAlreadyRunning(const Loop& loop) noexcept {
 }
 
 void setPhaseLocked(Loop& loop, Phase phase) noexcept ZAL_REQUIRES(loop.queueLock) {
+  // Only a resting loop is run or closed, and what is closed stays so.
+  ZAL_INVARIANT((loop.phase.load() == Phase::kResting) == (phase != Phase::kResting));
+  ZAL_INVARIANT(loop.phase.load() != Phase::kClosing);
   loop.phase.store(phase);
   loop.phase.notify_all();
 }
@@ -42,6 +45,7 @@ bool leaveIfDrained(Loop& loop, bool isLastRound) noexcept {
   const LockGuard hold{loop.queueLock};
   if (loop.queueHead != nullptr && !isLastRound) return false;
   drainLocked(loop);
+  ZAL_INVARIANT(loop.queueHead == nullptr);
   clearFlag(loop, kRunning);
   loop.runner.store(0);
   setPhaseLocked(loop, Phase::kResting);
@@ -51,6 +55,7 @@ bool leaveIfDrained(Loop& loop, bool isLastRound) noexcept {
 /// What the thread of a run does. The record may be gone when this returns.
 void serve(Loop& loop) noexcept {
   const SigpipeBlock block;
+  ZAL_INVARIANT(loop.phase.load() == Phase::kRunning && loop.runner.load() == 0);
   loop.runner.store(pthread_self());
   if (loop.name != nullptr) pthread_setname_np(pthread_self(), loop.name);  // too long a name: the thread has none
   ZAL_EventLoop_ExecuteCommands(&loop);
@@ -70,6 +75,7 @@ void threadMain(void* loop) noexcept {
 
 void joinLocked(Loop& loop) noexcept ZAL_REQUIRES(loop.lifeLock) {
   if (loop.thread == 0) return;
+  ZAL_INVARIANT(pthread_equal(loop.thread, pthread_self()) == 0);
   if (const int result = uv_thread_join(&loop.thread); result != 0)
     ZAL_LOG_AS(ZAL_LOG_ERROR, "ZAL_EventLoop_Stop", "thread join error: %d\n", result);
   loop.thread = 0;

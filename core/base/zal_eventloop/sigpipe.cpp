@@ -7,6 +7,8 @@
 #include <csignal>
 #include <ctime>
 
+#include "support/invariant.hpp"
+
 namespace zal::eventloop {
 namespace {
 
@@ -45,6 +47,7 @@ SigpipeBlock::SigpipeBlock() noexcept : isOurs_{block()} {
 
 SigpipeBlock::~SigpipeBlock() {
   if (!isOurs_) return;
+  ZAL_INVARIANT(isBlockedByLoop);
   isBlockedByLoop = false;
   unblock();
 }

@@ -67,6 +67,7 @@ std::size_t readPoolSize() noexcept {
 }  // namespace
 
 int submitWork(Loop& loop, uv_work_t* request, uv_work_cb callback) noexcept {
+  ZAL_INVARIANT(mayCallLibuv(loop));
   std::optional<SigpipeLift> lift;
   if (!isPoolUp.load(std::memory_order_relaxed)) {
     watchForForks();

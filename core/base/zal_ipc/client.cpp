@@ -43,6 +43,7 @@ bool giveUp(ZAL_IpcHandle_& ipc, uv_stream_t* stream) noexcept {
 }
 
 void ZAL_IPC_OnReadFromServer(uv_stream_t* stream, ssize_t count, const uv_buf_t* buffer) noexcept {
+  ZAL_INVARIANT(Stream::of(stream).role == Role::kClient && isOnLoop(*Stream::of(stream).ipc));
   const ReadBlock block{stream, *buffer};
   if (count >= 0) {
     receiveFromServer(stream, *buffer, count);
@@ -58,6 +59,7 @@ void ZAL_IPC_OnReadFromServer(uv_stream_t* stream, ssize_t count, const uv_buf_t
 bool establish(ZAL_IpcHandle_& ipc, Stream& stream) noexcept {
   const LockGuard hold{ipc.lock};
   if (stream.closing) return false;
+  ZAL_INVARIANT(ipc.connectedStream == nullptr);
   ipc.connectedStream = &stream.uv.stream;
   if (++ipc.connectionNumber == kAnyConnection) ++ipc.connectionNumber;
   return true;
@@ -86,6 +88,7 @@ void onConnectFailed(ZAL_IpcHandle_& ipc, Stream& stream, int status) noexcept {
 
 void setConnectRequest(ZAL_IpcHandle_& ipc, uv_connect_t* request) noexcept {
   const LockGuard hold{ipc.lock};
+  ZAL_INVARIANT((request == nullptr) != (ipc.connectRequest == nullptr));
   ipc.connectRequest = request;
 }
 

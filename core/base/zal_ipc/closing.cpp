@@ -37,6 +37,7 @@ void destroy(std::unique_ptr<Stream> stream) noexcept {
 /// The common end of the close callbacks.
 void finishClose(Stream& stream, const char* function) noexcept {
   ZAL_IpcHandle_& ipc = *stream.ipc;
+  ZAL_INVARIANT(stream.closing && isOnLoop(ipc));
   std::unique_ptr<Stream> owned;
   int pending = 0;
   bool isLastOfAbandoned = false;
@@ -46,6 +47,7 @@ void finishClose(Stream& stream, const char* function) noexcept {
     owned = unlistLocked(ipc, stream);
     isLastOfAbandoned = ipc.abandoned && ipc.streams.head() == nullptr;
     pending = --ipc.closePending;
+    ZAL_INVARIANT(pending >= 0 && (ipc.abandoned || ipc.connectedStream != &stream.uv.stream));
   }
   // ZAL_IPC_UnInit waits for the count and takes the lock, and then frees the handle, which is not touched any more.
   destroy(std::move(owned));
@@ -113,5 +115,6 @@ void abandon(ZAL_IpcHandle_* ipc) noexcept {
 }  // namespace zal::ipc
 
 ZAL_IpcHandle_::~ZAL_IpcHandle_() {
+  ZAL_INVARIANT(streams.head() == nullptr && writeQueue == nullptr);
   zal::ipc::freeGatherState(gatherState);
 }

@@ -24,6 +24,7 @@
 #include "base/zal_eventloop.hpp"
 #include "base/zal_ipc.hpp"
 #include "support/indexed_list.hpp"
+#include "support/invariant.hpp"
 #include "support/lock.hpp"
 #include "support/memory.hpp"
 
@@ -132,6 +133,11 @@ void notify(const ZAL_IpcHandle_& ipc, const Callback<Function>& callback, Argum
   if (callback.function != nullptr && !ipc.abandoned) callback.function(arguments..., callback.userData);
 }
 
+/// For invariants: the callbacks of libuv come on the thread of the loop.
+[[nodiscard]] inline bool isOnLoop(const ZAL_IpcHandle_& ipc) noexcept {
+  return isLoopThread(ipc.eventLoop);
+}
+
 // endpoint.cpp, any thread
 
 /// Where a URL leads.
@@ -155,7 +161,10 @@ class ReadBlock {
  public:
   ReadBlock(uv_stream_t* stream, const uv_buf_t& buffer) noexcept
       : ipc_{*Stream::of(stream).ipc}, bytes_{buffer.base} {}
-  ~ReadBlock() { ipc_.readBuffer = std::move(bytes_); }
+  ~ReadBlock() {
+    ZAL_INVARIANT(!bytes_ || !ipc_.readBuffer);
+    ipc_.readBuffer = std::move(bytes_);
+  }
   ReadBlock(const ReadBlock&) = delete;
   ReadBlock& operator=(const ReadBlock&) = delete;
 

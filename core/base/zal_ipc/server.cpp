@@ -35,6 +35,7 @@ void receiveFromClient(ZAL_IpcClientContext_& client, const uv_buf_t& buffer, ss
 }
 
 void on_read_from_client_cb_local(uv_stream_t* stream, ssize_t count, const uv_buf_t* buffer) noexcept {
+  ZAL_INVARIANT(Stream::of(stream).role == Role::kAccepted && isOnLoop(*Stream::of(stream).ipc));
   const ReadBlock block{stream, *buffer};
   auto& client = *static_cast<ZAL_IpcClientContext_*>(stream->data);
   if (count >= 0) {

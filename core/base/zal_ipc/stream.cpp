@@ -68,6 +68,7 @@ void startReading(Stream& stream, uv_read_cb onRead) noexcept {
 
 void gather(tpl_gather_state*& pending, const uv_buf_t& buffer, ssize_t count, tpl_gather_callback onImage,
             void* data) noexcept {
+  ZAL_INVARIANT(count >= 0 && static_cast<std::size_t>(count) <= buffer.len);
   // A stream that broke off is not closed: the engine has dropped it, and the next block must begin with an image.
   static_cast<void>(tpl_gather(TPL_GATHER_FROM_MEM, static_cast<void*>(buffer.base), static_cast<std::size_t>(count),
                                &pending, onImage, data));

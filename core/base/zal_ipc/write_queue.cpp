@@ -25,6 +25,7 @@ ZAL_IpcHandle_* liveHandles = nullptr;
 std::unique_ptr<ZAL_IpcWriteEntry> unlinkLocked(ZAL_IpcHandle_& ipc, ZAL_IpcWriteEntry** link) noexcept
     ZAL_REQUIRES(ipc.lock) {
   std::unique_ptr<ZAL_IpcWriteEntry> entry{*link};
+  ZAL_INVARIANT((ipc.writeTail == &entry->next) == (entry->next == nullptr));
   *link = entry->next;
   if (ipc.writeTail == &entry->next) ipc.writeTail = link;
   return entry;
@@ -67,6 +68,7 @@ void writeAtOnce(Batch& batch) noexcept {
   for (; batch.count > 0 && written >= first->len; --batch.count) written -= first++->len;
   std::copy_n(first, batch.count, batch.buffers);
   if (batch.count == 0) return;
+  ZAL_INVARIANT(written < batch.buffers[0].len);
   batch.buffers[0].base += written;
   batch.buffers[0].len -= written;
 }
@@ -82,12 +84,16 @@ bool startWrite(ZAL_IpcHandle_& ipc, const Batch& batch) noexcept {
 }
 
 void completeLocked(ZAL_IpcHandle_& ipc, unsigned count) noexcept ZAL_REQUIRES(ipc.lock) {
-  while (count-- > 0) unlinkLocked(ipc, &ipc.writeQueue);
+  while (count-- > 0) {
+    ZAL_INVARIANT(ipc.writeQueue != nullptr && ipc.writeQueue->inFlight);
+    unlinkLocked(ipc, &ipc.writeQueue);
+  }
 }
 
 /// Writes what waits. The lock is not held meanwhile: what is in flight stays at the head, and streams are closed on
 /// this thread alone.
 void flush(ZAL_IpcHandle_& ipc) noexcept {
+  ZAL_INVARIANT(isOnLoop(ipc));
   constexpr int kAtOnce = 4;  // then the loop's other handles get their turn
   for (int round = 0;; ++round) {
     Batch batch;
@@ -136,6 +142,7 @@ Queued appendWriteLocked(ZAL_IpcHandle_& ipc, uv_stream_t* stream, CPtr<void> bu
                                                ZAL_IpcWriteEntry{std::move(buffer), length, false, stream, nullptr}};
   if (!entry) return Queued::kNot;
   const bool wasEmpty = ipc.writeQueue == nullptr;
+  ZAL_INVARIANT(*ipc.writeTail == nullptr && (ipc.writeTail == &ipc.writeQueue) == wasEmpty);
   *ipc.writeTail = entry.release();
   ipc.writeTail = &(*ipc.writeTail)->next;
   return wasEmpty ? Queued::kFirst : Queued::kBehind;

@@ -62,6 +62,7 @@ void rewindFile(int descriptor, const struct stat& before, std::size_t written) 
     const ssize_t count = write(descriptor, bytes.data() + written, bytes.size() - written);
     if (count >= 0) {
       written += static_cast<std::size_t>(count);
+      ZAL_INVARIANT(written <= bytes.size());
     } else if (errno == EAGAIN) {
       awaitReady(descriptor, POLLOUT);
     } else if (errno != EINTR) {

@@ -35,6 +35,7 @@ bool mapFile(const char* path, tpl_image_record& image) noexcept {
 }
 
 void unmapFile(tpl_image_record& image) noexcept {
+  ZAL_INVARIANT(image.descriptor >= 0 && image.address != nullptr);
   if (munmap(image.address, image.size) == -1) tpl_hook.report_fn("Failed to munmap: %s\n", systemError());
   close(image.descriptor);
   image = {};

@@ -153,6 +153,7 @@ bool Parser::close(Before before) noexcept {
     before_ = Before::structure;
   } else {
     // Every "(" belongs to one 'A', 'S' or '$', so what is left to close is an array.
+    ZAL_INVARIANT(parent_->type == Type::array);
     parent_ = parent_->parent;
   }
   return true;
@@ -182,6 +183,7 @@ bool Parser::takeCounts(std::int32_t& product) noexcept {
 
 bool Parser::repeatAtom(std::int32_t times) noexcept {
   tpl_map_node& atom = *parent_->children->prev;
+  ZAL_INVARIANT(atom.num == 1 && sizeOf(atom.type) != 0);
   const std::size_t reserved = storedSize(atom);
   std::size_t size = reserved;
   if (!multiply(size, static_cast<std::size_t>(times))) return false;
@@ -208,6 +210,7 @@ bool Parser::repeatStructure(std::int32_t times) noexcept {
 bool Parser::reserve(tpl_map_node& item, std::size_t reserved, std::size_t size) noexcept {
   if (!isRoot(item.parent)) {
     std::size_t& slotSize = arrayOf(*item.parent).slotSize;
+    ZAL_INVARIANT(reserved <= size && reserved <= slotSize);
     if (size - reserved > kLargestArea - slotSize) return false;
     slotSize += size - reserved;
     return true;

@@ -105,6 +105,7 @@ void reserve(PendingImage& pending, std::size_t size) noexcept {
 void append(PendingImage& pending, std::string_view bytes) noexcept {
   if (bytes.empty()) return;
   reserve(pending, pending.size + bytes.size());
+  ZAL_INVARIANT(bytes.size() <= pending.capacity - pending.size);
   std::memcpy(static_cast<char*>(pending.shown.bytes) + pending.size, bytes.data(), bytes.size());
   pending.size += bytes.size();
 }
@@ -120,6 +121,7 @@ void restart(PendingImage& pending) noexcept {
 
 /// Goes on with a pending image: takes from the front of a block what belongs to it, and delivers it when it is whole.
 int complete(PendingImage& pending, std::string_view& block, const Outlet& outlet) noexcept {
+  ZAL_INVARIANT(pending.size < pending.wanted && pending.size <= pending.capacity);
   while (block.size() >= pending.wanted - pending.size) {
     const std::string_view missing = block.substr(0, pending.wanted - pending.size);
     append(pending, missing);
@@ -144,6 +146,7 @@ bool exceedsLimit(std::size_t pending, std::size_t added) noexcept {
 
 /// Leaves what is pending to the caller until the next call.
 int keep(Pending pending, tpl_gather_state** state) noexcept {
+  ZAL_INVARIANT(pending->size < pending->wanted && *state == nullptr);
   if (pending->size > kLongestPending) return refuse(kLongestPending);
   pending->shown.length = static_cast<std::int32_t>(pending->size);
   *state = &pending.release()->shown;
@@ -153,6 +156,7 @@ int keep(Pending pending, tpl_gather_state** state) noexcept {
 /// Keeps a block that neither completes the pending image nor makes it too long, and so changes nothing else.
 bool keepWhole(PendingImage* pending, std::string_view block) noexcept {
   if (pending == nullptr || block.size() >= pending->wanted - pending->size) return false;
+  ZAL_INVARIANT(static_cast<std::size_t>(pending->shown.length) == pending->size);
   if (exceedsLimit(pending->size, block.size()) || block.size() > kLongestPending - pending->size) return false;
   append(*pending, block);
   pending->shown.length = static_cast<std::int32_t>(pending->size);

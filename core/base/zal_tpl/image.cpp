@@ -100,6 +100,7 @@ void writeImage(tpl_map_node& map, std::uint32_t size, char* to) noexcept {
   writer.bytes(format.data(), format.size() + 1);
   writer.bytes(root.counts, static_cast<std::size_t>(root.countTotal) * sizeof(std::int32_t));
   writeItems(writer, map, Storage::ofRoot());
+  ZAL_INVARIANT(writer.position() == to + size);
 }
 
 }  // namespace zal::tpl

@@ -67,6 +67,7 @@ void discardOldState(tpl_map_node& map) noexcept {
 
 void attach(tpl_map_node& map, const tpl_image_record& image, std::int32_t state) noexcept {
   tpl_map_root& root = rootOf(map);
+  ZAL_INVARIANT(root.state == 0 && root.image.address == nullptr);
   root.image = image;
   root.state = kLoaded | state;
   Reader reader = dataReader(root);
@@ -110,6 +111,7 @@ bool skipTexts(std::int32_t count, Reader& reader) noexcept {
 Reader dataReader(const tpl_map_root& root) noexcept {
   const std::size_t start =
       kHeaderSize + std::strlen(root.format) + 1 + static_cast<std::size_t>(root.countTotal) * sizeof(std::uint32_t);
+  ZAL_INVARIANT((root.state & kLoaded) != 0 && start <= root.image.size);
   return {bytesOf(root.image).substr(start), root.state};
 }
 
@@ -132,6 +134,7 @@ bool armArray(tpl_map_node& array, Reader& reader) noexcept {
   const auto count = reader.length();
   if (!count) return false;
   tpl_array_state& state = arrayOf(array);
+  ZAL_INVARIANT(state.first == nullptr);
   state.count = *count;
   state.cursor = reader.position();
   return skipElements(array, *count, reader);

@@ -28,6 +28,7 @@ void releaseNested(tpl_map_node& array, tpl_element_block& block) noexcept {
 }
 
 void releaseElements(tpl_map_node& array, tpl_array_state& state) noexcept {
+  ZAL_INVARIANT(state.first == nullptr || (state.count != 0 && state.last->next == nullptr));
   const bool isNesting = holdsArrays(array);
   for (tpl_element_block* block = state.first; block != nullptr;) {
     if (isNesting) releaseNested(array, *block);
@@ -95,6 +96,7 @@ tpl_map_node& appendNode(tpl_map_node& parent, Type type) noexcept {
   if (parent.children == nullptr) {
     parent.children = node;
   } else {
+    ZAL_INVARIANT(parent.children->prev->next == nullptr);
     node->prev = parent.children->prev;
     node->prev->next = node;
   }
@@ -111,6 +113,7 @@ tpl_map_node& appendArray(tpl_map_node& map, tpl_map_node& parent) noexcept {
   if (first == nullptr) {
     first = entry;
   } else {
+    ZAL_INVARIANT(first->prev->next == nullptr);
     entry->prev = first->prev;
     entry->prev->next = entry;
   }
@@ -129,11 +132,13 @@ tpl_map_node* nodeAt(tpl_map_node* map, int index) noexcept {
   if (index == 0) return map;
   const tpl_array_index* entry = rootOf(*map).arrays;
   while (entry != nullptr && --index > 0) entry = entry->next;
+  ZAL_INVARIANT(entry == nullptr || entry->node->type == Type::array);
   return entry == nullptr ? nullptr : entry->node;
 }
 
 void discardState(tpl_map_node& map) noexcept {
   tpl_map_root& root = rootOf(map);
+  ZAL_INVARIANT((root.state & kPacked) == 0 || (root.state & kLoaded) == 0);
   releaseImage(root);
   clearRootValues(map);
   for (const tpl_array_index* entry = root.arrays; entry != nullptr; entry = entry->next) {

@@ -95,6 +95,8 @@ ElementSize measureElement(tpl_map_node& array) noexcept {
 }
 
 tpl_element_block& appendElement(tpl_array_state& array, std::uint64_t copies) noexcept {
+  ZAL_INVARIANT((array.first == nullptr) == (array.count == 0));
+  ZAL_INVARIANT(array.first == nullptr || array.last->next == nullptr);
   constexpr std::uint64_t kMost = std::numeric_limits<std::size_t>::max();  // which no allocation gives
   const std::size_t fixed = sizeof(tpl_element_block) + array.slotSize;
   char* memory = allocate(static_cast<std::size_t>(std::min(fixed + copies, kMost)));

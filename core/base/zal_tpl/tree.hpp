@@ -3,6 +3,7 @@
 #pragma once
 
 #include "base/zal_tpl/wire.hpp"
+#include "support/invariant.hpp"
 
 struct tpl_map_node {
   zal::tpl::Type type;
@@ -60,12 +61,15 @@ struct tpl_repeat_state {
 namespace zal::tpl {
 
 inline tpl_map_root& rootOf(const tpl_map_node& map) noexcept {
+  ZAL_INVARIANT(map.type == Type::root && map.data != nullptr);
   return *static_cast<tpl_map_root*>(map.data);
 }
 inline tpl_array_state& arrayOf(const tpl_map_node& node) noexcept {
+  ZAL_INVARIANT(node.type == Type::array && node.data != nullptr);
   return *static_cast<tpl_array_state*>(node.data);
 }
 inline const tpl_repeat_state& repeatOf(const tpl_map_node& node) noexcept {
+  ZAL_INVARIANT(node.type == Type::repeat && node.data != nullptr);
   return *static_cast<const tpl_repeat_state*>(node.data);
 }
 /// The array whose state's address a place holds; see Storage.
@@ -108,6 +112,7 @@ bool walkItems(tpl_map_node& parent, Visit&& visit) noexcept {
       continue;
     }
     const tpl_repeat_state& repeat = repeatOf(*item);
+    ZAL_INVARIANT(repeat.firstMember != item && repeat.firstMember->parent == &parent);
     turn = {turn.iteration + 1, turn.offset + repeat.stride};
     const bool goesOn = turn.iteration < static_cast<std::size_t>(item->num);
     if (!goesOn) turn = {};
@@ -128,6 +133,7 @@ class Storage {
   [[nodiscard]] char* placeOf(tpl_map_node& item, Turn turn) noexcept {
     if (isElement()) return std::exchange(slot_, slot_ + storedSize(item));
     if (item.type == Type::array) return reinterpret_cast<char*>(&item.data);
+    ZAL_INVARIANT(item.data != nullptr);
     return static_cast<char*>(item.data) + turn.iteration * storedSize(item);
   }
 

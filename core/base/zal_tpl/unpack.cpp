@@ -75,6 +75,7 @@ int unpackElement(const tpl_map_root& root, tpl_map_node& array) noexcept {
   if (state.count == 0) return 0;
   if (state.cursor == nullptr) ZAL_TPL_FATAL("must unpack parent of node before node itself\n");
   const std::string_view image = bytesOf(root.image);
+  ZAL_INVARIANT(state.cursor >= image.data() && state.cursor <= image.data() + image.size());
   Reader reader{image.substr(static_cast<std::size_t>(state.cursor - image.data())), root.state};
   const int left = resultOf(state.count--);
   unpackItems(array, reader);
