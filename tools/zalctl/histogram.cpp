@@ -16,7 +16,7 @@ constexpr unsigned kLowBits = 5;
 void Histogram::add(std::chrono::nanoseconds latency) {
   const auto value = static_cast<std::uint64_t>(std::max<std::int64_t>(latency.count(), 0)) | kSteps;
   const auto doubling = static_cast<unsigned>(std::bit_width(value)) - kLowBits - 1;
-  const std::size_t step = (value >> doubling) - kSteps;
+  const auto step = static_cast<std::size_t>(value >> doubling) - kSteps;
   ++buckets_.at(std::min(doubling * kSteps + step, buckets_.size() - 1));
   ++count_;
   sum_ += latency;
@@ -33,7 +33,7 @@ Histogram::Microseconds Histogram::quantile(double share) const {
   for (std::size_t i = 0; i < buckets_.size(); ++i) {
     seen += buckets_[i];
     if (seen == 0 || seen < wanted) continue;
-    const std::uint64_t end = (kSteps + i % kSteps + 1) << (i / kSteps);
+    const std::uint64_t end = std::uint64_t{kSteps + i % kSteps + 1} << (i / kSteps);
     return std::min<Microseconds>(std::chrono::nanoseconds{end}, longest_);
   }
   return longest_;

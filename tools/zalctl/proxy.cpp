@@ -24,7 +24,10 @@ class Proxy::Pair : public std::enable_shared_from_this<Pair> {
 
   void connect(uv_loop_t& loop) {
     const auto done = [this](int status) {
-      if (status != 0) return proxy_.drop(*this);
+      if (status != 0) {
+        proxy_.complain_("client " + std::to_string(number_) + " cannot reach its agent: " + uv_strerror(status));
+        return proxy_.drop(*this);
+      }
       tell(Way::kOpened, {});
       start(sides_[0], sides_[1]);
       start(sides_[1], sides_[0]);
@@ -81,8 +84,8 @@ class Proxy::Pair : public std::enable_shared_from_this<Pair> {
   std::array<Side, 2> sides_;
 };
 
-Proxy::Proxy(const Address& place, const Address& agent, Sink sink)
-    : agent_{agent}, sink_{std::move(sink)}, loop_{ZAL_EventLoop_Create(0, "zalctl")} {
+Proxy::Proxy(const Address& place, const Address& agent, Sink sink, Complaint complain)
+    : agent_{agent}, sink_{std::move(sink)}, complain_{std::move(complain)}, loop_{ZAL_EventLoop_Create(0, "zalctl")} {
   if (!loop_) throw std::runtime_error{"cannot create an event loop"};
   const auto accepted = [this](std::shared_ptr<Stream> client) { welcome(std::move(client)); };
   listener_ = std::make_unique<Listener>(*ZAL_EventLoop_GetLoop(loop_.get()), place, accepted);
@@ -98,7 +101,8 @@ void Proxy::welcome(std::shared_ptr<Stream> client) {
   const auto pair = pairs_.emplace_back(std::make_shared<Pair>(*this, ++lastPair_, std::move(client)));
   try {
     pair->connect(*ZAL_EventLoop_GetLoop(loop_.get()));
-  } catch (const std::runtime_error&) {
+  } catch (const std::runtime_error& error) {
+    complain_(error.what());
     drop(*pair);
   }
 }

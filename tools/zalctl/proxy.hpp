@@ -6,6 +6,7 @@
 #include <functional>
 #include <list>
 #include <memory>
+#include <string>
 
 #include "recording.hpp"
 #include "stream.hpp"
@@ -17,8 +18,11 @@ class Proxy {
   /// Takes an entry; on the loop thread, after its bytes were forwarded.
   using Sink = std::function<void(const Entry&)>;
 
+  /// Takes a client that could not be connected to its agent, by what is wrong; on the loop thread.
+  using Complaint = std::function<void(const std::string&)>;
+
   /// Listens for clients at one address and connects each to the agent at the other. Throws std::runtime_error.
-  Proxy(const Address& place, const Address& agent, Sink sink);
+  Proxy(const Address& place, const Address& agent, Sink sink, Complaint complain);
   ~Proxy();
   Proxy(const Proxy&) = delete;
   Proxy& operator=(const Proxy&) = delete;
@@ -35,6 +39,7 @@ class Proxy {
 
   const Address agent_;
   const Sink sink_;
+  const Complaint complain_;
   std::unique_ptr<ZAL_EventLoopContext, LoopDestroy> loop_;
   std::list<std::shared_ptr<Pair>> pairs_;
   std::unique_ptr<Listener> listener_;

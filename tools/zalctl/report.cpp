@@ -46,7 +46,8 @@ void addPayload(cJSON& object, std::string_view payload) {
 
 /// The local time of day.
 std::string clockText(double seconds) {
-  seconds = std::clamp(seconds, 0.0, 1e11);
+  constexpr double kLatest = sizeof(std::time_t) > 4 ? 1e11 : 2147483647.0;
+  seconds = std::clamp(seconds, 0.0, kLatest);
   const auto whole = static_cast<std::time_t>(seconds);
   std::tm local{};
   localtime_r(&whole, &local);

@@ -134,7 +134,7 @@ constexpr std::array<Quantile, 5> kQuantiles{{{"p50", 0.5}, {"p90", 0.9}, {"p99"
 
 void showText(Printer& printer, const Tally& tally, double seconds) {
   const Histogram& latencies = tally.latencies;
-  printer.print(Tone::kGood, counted(tally.sent, "request") + " in " + decimal(seconds, 3) +
+  printer.print(Tone::kGood, counted(static_cast<std::size_t>(tally.sent), "request") + " in " + decimal(seconds, 3) +
                                  " s: " + decimal(static_cast<double>(tally.ended()) / seconds, 0) + " a second");
   if (tally.refused != 0) printer.print(Tone::kBad, std::to_string(tally.refused) + " answered with an error");
   if (tally.unanswered != 0) printer.print(Tone::kBad, std::to_string(tally.unanswered) + " not answered");
@@ -148,7 +148,8 @@ void showText(Printer& printer, const Tally& tally, double seconds) {
   for (const auto& row : rows) {
     constexpr std::uint64_t kWidth = 50;
     body += (body.empty() ? "" : "\n") + padded(timeText(row.from), 10) + " to " + padded(timeText(row.to), 10) +
-            padded(std::to_string(row.count), 10) + ' ' + std::string(row.count * kWidth / most, '#');
+            padded(std::to_string(row.count), 10) + ' ' +
+            std::string(static_cast<std::size_t>(row.count * kWidth / most), '#');
   }
   printer.print(Tone::kPlain, line, body);
 }

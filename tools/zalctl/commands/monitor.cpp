@@ -35,7 +35,8 @@ Status run(const Options& options) {
     if (writer && !writer->write(entry)) hasFailed = true;
     if (hasFailed || printer.isBroken()) waiter.notify();
   };
-  const Proxy proxy{Address{options.url}, Address{options.agent}, sink};
+  const auto complain = [&](const std::string& what) { printer.error(what); };
+  const Proxy proxy{Address{options.url}, Address{options.agent}, sink, complain};
   if (!options.view.isJson) printer.print(Tone::kDim, "listening at " + printable(options.url));
   static_cast<void>(waiter.until(kForever, [&] { return hasFailed || printer.isBroken(); }));
   if (!hasFailed) return Status::kDone;
