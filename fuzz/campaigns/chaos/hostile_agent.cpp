@@ -154,7 +154,10 @@ void HostileAgent::settle() {
 void HostileAgent::settleAll() {
   settle();
   answerQuestions();
-  for (const auto end = Clock::now() + kPatience; application_.openQuestions() != 0; pump(milliseconds{20})) {
+  auto next = Clock::now();
+  for (const auto end = next + kPatience; application_.openQuestions() != 0; pump(milliseconds{20})) {
+    if (Clock::now() < next) continue;
+    next += milliseconds{500};  // a worker may still be about to ask
     std::string answers;
     for (long number = sweptQuestions_; number < application_.questions(); ++number)
       answers += encodeImage({answerTo(questionId(number), "{\"lost\":1}")});

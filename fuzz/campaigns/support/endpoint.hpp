@@ -1,5 +1,5 @@
 // The agent's sockets: where it listens, and its end of one connection. Whatever a client sends must be whole images of
-// records, and everything ends within half a minute: a Failure otherwise.
+// records, and everything ends within two minutes: a Failure otherwise.
 #pragma once
 
 #include <chrono>
@@ -14,7 +14,7 @@
 namespace zal::campaign {
 
 using Clock = std::chrono::steady_clock;
-constexpr std::chrono::seconds kPatience{30};
+constexpr std::chrono::seconds kPatience{120};
 
 /// What a campaign finds.
 struct Failure : std::runtime_error {
