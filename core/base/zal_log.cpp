@@ -70,7 +70,7 @@ void readEnvironmentOnce() noexcept {
 void ZAL_PRINTF_LIKE(2, 0) writeToStream(FILE* stream, const char* format, va_list arguments) noexcept {
   if (stream == nullptr) return;
   if (const int descriptor = fileno(stream); descriptor >= 0) {
-    zal::writeFormatted(descriptor, format, arguments);
+    static_cast<void>(zal::writeFormatted(descriptor, format, arguments));  // there is nowhere else to go
   } else {
     std::vfprintf(stream, format, arguments);
   }

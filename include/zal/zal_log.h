@@ -45,7 +45,7 @@ extern ZAL_EXPORT const char* debugEnvNames[4];
  * like ZAL_LOG_VERBOSE.
  *
  * Units:  the stamp is the monotonic clock, hours:minutes:seconds.milliseconds, empty when it cannot be read.
- * Errors: a log file that cannot be opened: the text goes to standard error.
+ * Errors: a log file that cannot be opened or written: the text goes to standard error.
  *
  * @return without meaning
  */

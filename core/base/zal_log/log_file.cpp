@@ -176,8 +176,7 @@ bool append(const char* format, std::va_list arguments) noexcept {
   const LockGuard hold{mutex};
   {
     const Descriptor file = openLocked();
-    if (!file.isOpen()) return false;
-    writeFormatted(file.get(), format, arguments);
+    if (!file.isOpen() || !writeFormatted(file.get(), format, arguments)) return false;
   }
   rotateAboveLocked(maxBytes);
   return true;

@@ -12,8 +12,8 @@ namespace zal::logfile {
 /// True once a directory was set. It never becomes false again.
 [[nodiscard]] bool isOn() noexcept;
 
-/// Appends one formatted text and rotates a file that has grown too large. False when no file could be opened: nothing
-/// was written, and `arguments` are untouched.
+/// Appends one formatted text and rotates a file that has grown too large. False when no file could be opened, or not
+/// all of it was written, as on a full disk. `arguments` are untouched.
 [[nodiscard]] bool append(const char* format, std::va_list arguments) noexcept ZAL_PRINTF_LIKE(1, 0);
 
 /// Takes the name of the log file from the process's command name.
