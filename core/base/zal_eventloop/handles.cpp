@@ -113,7 +113,13 @@ bool installAsync(Loop& loop, uv_async_cb callback, void* context) noexcept {
 void sendAsync(Loop& loop) noexcept {
   constexpr std::uint64_t kOne = 1;
   if (loop.isAsyncSent.exchange(true)) return;
-  static_cast<void>(write(loop.asyncEvent->get(), &kOne, sizeof kOne));  // full only when it is readable already
+  ssize_t written = 0;
+  do {
+    written = write(loop.asyncEvent->get(), &kOne, sizeof kOne);
+  } while (written < 0 && (errno == EINTR || errno == EAGAIN));  // never full: one is added between two reads
+  if (written >= 0) return;
+  loop.isAsyncSent.store(false);
+  static_cast<void>(uv_async_send(&loop.userAsync));  // the same callback, by libuv's own way
 }
 
 void closeAsyncPoll(Loop& loop) noexcept {

@@ -201,6 +201,7 @@ Loop* createOwn(const char* name) noexcept {
     return nullptr;
   }
   if (uv_loop_init(loop.get()) != 0) {
+    const Descriptor forgotten{uv_backend_fd(loop.get()) > 0 ? uv_backend_fd(loop.get()) : -1};  // libuv leaves it open
     ZAL_LOG_AS(ZAL_LOG_ERROR, "ZAL_EventLoop_Create", "Unable to start uv_loop\n");
     return nullptr;
   }
