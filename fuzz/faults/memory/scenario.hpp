@@ -20,6 +20,7 @@ struct Scenario {
   void (*run)();
   bool mayEndInEngine = false;  // the engine's functions have no other way
   bool isQuick = true;          // part of the short form
+  int forgotten = 0;            // descriptors that libuv leaves open when making a loop fails
 };
 
 /// The result of a call, which is its failure only when an allocation has failed meanwhile.

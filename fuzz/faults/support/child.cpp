@@ -62,7 +62,8 @@ void onAbort(int /*signal*/) {
     }
   }
   if (isInLibuv)
-    std::strncpy(ownReport->libuvName.data(), name != nullptr ? name : "?", ownReport->libuvName.size() - 1);
+    std::strncpy(ownReport->libuvName.data(), name != nullptr ? name : "(a thread of its pool)",
+                 ownReport->libuvName.size() - 1);
   if (isTracing()) backtrace_symbols_fd(frames.data(), count, STDERR_FILENO);
   signal(SIGABRT, SIG_DFL);
   raise(SIGABRT);

@@ -1,0 +1,192 @@
+// Failing system calls: in a client's life and what belongs to it, each call fails in turn with each of its errors,
+// once and for a while. See docs/reliability.md.
+#include <dirent.h>
+#include <execinfo.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "calls/interposed.hpp"
+#include "calls/log_lines.hpp"
+#include "memory/allocator.hpp"
+#include "memory/scenario.hpp"
+#include "support/agent.hpp"
+#include "support/child.hpp"
+#include "support/fault.hpp"
+#include "support/life.hpp"
+#include "support/sanitizer.hpp"
+#include "support/tally.hpp"
+
+namespace faults {
+
+namespace {
+
+constexpr Scenario kScenarios[] = {
+    {"client's life", liveOverUnixDomain},
+    {"client's life over TCP", liveOverTcp},
+    {"server and client", transport},
+    {"loop", loops, false, true, 1},  // that of uv_default_loop
+    {"log", logLines},
+};
+
+constexpr std::pair<Mode, const char*> kModes[] = {{Mode::kOnce, "once"}, {Mode::kForAWhile, "for a while"}};
+constexpr std::size_t kMostCalls = 64;
+
+struct Options {
+  std::string only;
+  std::string scenario;
+  std::uint64_t most = 0;
+  std::uint64_t point = 0;
+  std::size_t jobs = 16;
+};
+
+/// What a run without a fault leaves: descriptors and blocks for the life of the process, and how often each call came.
+struct Whole {
+  int descriptors;  // more than before
+  LiveBlocks live;
+  std::array<std::uint64_t, kMostCalls> counts;
+};
+
+int openDescriptors() noexcept {
+  const Aside aside;
+  DIR* const directory = opendir("/proc/self/fd");
+  require(directory != nullptr, "the list of descriptors");
+  int count = 0;
+  while (readdir(directory) != nullptr) ++count;
+  closedir(directory);
+  return count;
+}
+
+void checkLeft(const Whole& whole, int descriptorsBefore, int forgotten = 0) {
+  if (kHasLeakSanitizer && hasUnreachableBlocks()) leaked("blocks that cannot be reached", 0);
+  if (const std::size_t size = kHasLeakSanitizer ? 0 : liveBlocks().surplusOver(whole.live))
+    leaked("left when the fault had ended", size);
+  require(openDescriptors() - descriptorsBefore <= whole.descriptors + forgotten, "every descriptor is closed");
+}
+
+void runWhole(const Scenario& scenario, Whole& whole) {
+  const int before = openDescriptors();
+  watchBlocks();
+  armCall(kMostCalls, 0, Mode::kNone, 0);
+  scenario.run();
+  disarm();
+  countCalls(whole.counts);
+  whole.live = liveBlocks();
+  whole.descriptors = openDescriptors() - before;
+  scenario.run();
+  checkLeft(whole, before);
+}
+
+struct Point {
+  std::size_t call;
+  int error;
+  Mode mode;
+  std::uint64_t number;
+};
+
+void runWithFault(const Scenario& scenario, const Point& point, const Whole& whole) {
+  const int before = openDescriptors();
+  watchBlocks();
+  armCall(point.call, point.error, point.mode, point.number);
+  scenario.run();
+  disarm();
+  report().strikes = strikeCount();
+  armCall(kMostCalls, 0, Mode::kNone, 0);
+  scenario.run();
+  disarm();
+  checkLeft(whole, before, scenario.forgotten);
+}
+
+void measure(Children& children, const Scenario& scenario, Whole& whole) {
+  children.start([&] { runWhole(scenario, whole); },
+                 [&](Outcome outcome, const Report& report, const std::string& output) {
+                   if (outcome == Outcome::kPassed) return;
+                   std::printf("%s", output.c_str());
+                   throw std::runtime_error{std::string{scenario.name} + " fails without a fault: " + nameOf(outcome) +
+                                            ' ' + report.text.data()};
+                 });
+  children.finish();
+}
+
+void startPoint(Children& children, const Scenario& scenario, const Point& point, const Whole& whole, Tally& tally) {
+  const Call& call = calls()[point.call];
+  const char* const mode = point.mode == Mode::kOnce ? "once" : "for a while";
+  const std::string name = std::string{"--only "} + call.name + " --scenario '" + scenario.name + "' --point " +
+                           std::to_string(point.number) + " (" + strerrorname_np(point.error) + ' ' + mode + ')';
+  children.start([&scenario, point, &whole] { runWithFault(scenario, point, whole); },
+                 [&tally, &call, name](Outcome outcome, const Report& report, const std::string& output) {
+                   if (outcome == Outcome::kPassed && report.strikes == 0) return;  // threads: it had fewer
+                   tally.add(call.name, name, outcome, report, output);
+                 });
+}
+
+/// All points of a call in a scenario, or the one that was asked for.
+void runCall(Children& children, const Scenario& scenario, std::size_t call, const Whole& whole, const Options& options,
+             Tally& tally) {
+  for (const auto& [mode, modeName] : kModes)
+    for (const int error : calls()[call].errors) {
+      const std::uint64_t first = options.point != 0 ? options.point : 1;
+      const std::uint64_t last = options.point != 0 ? options.point : whole.counts[call];
+      const std::uint64_t step = options.most != 0 ? last / options.most + 1 : 1;
+      for (std::uint64_t number = first; number <= last; number += step)
+        startPoint(children, scenario, {call, error, mode, number}, whole, tally);
+    }
+}
+
+int run(const Options& options) {
+  const Agent unixDomainAgent{Agent::Transport::kUnixDomain};
+  const Agent tcpAgent{Agent::Transport::kTcp};
+  setAgentUrls(unixDomainAgent.url(), tcpAgent.url());
+  Tally tally;
+  Children children{options.jobs};
+  std::array<std::uint64_t, kMostCalls> all{};
+  for (const Scenario& scenario : kScenarios) {
+    if (!options.scenario.empty() && options.scenario != scenario.name) continue;
+    const Shared<Whole> whole;
+    measure(children, scenario, *whole);
+    for (std::size_t call = 0; call < calls().size(); ++call) {
+      all[call] += whole->counts[call];
+      if (options.only.empty() || options.only == calls()[call].name)
+        runCall(children, scenario, call, *whole, options, tally);
+    }
+    children.finish();
+  }
+  tally.print("call");
+  const auto met =
+      static_cast<std::size_t>(std::count_if(all.begin(), all.end(), [](auto count) { return count > 0; }));
+  std::printf("%zu calls, %zu errors each\n", met, calls()[0].errors.size());
+  return tally.hasFailures() ? 1 : 0;
+}
+
+}  // namespace
+
+}  // namespace faults
+
+int main(int argc, char** argv) {
+  faults::Options options;
+  CLI::App app{"Fails every system call of a client's life in turn, and tells what came of it."};
+  app.add_option("--only", options.only, "one call, by its name");
+  app.add_option("--scenario", options.scenario, "one scenario, by its name");
+  app.add_option("--most", options.most,
+                 "at most so many points of a call, error and mode in a scenario, evenly spread");
+  app.add_option("--point", options.point, "this point alone");
+  app.add_option("--jobs", options.jobs, "points at a time")->check(CLI::PositiveNumber);
+  CLI11_PARSE(app, argc, argv);
+  {
+    const faults::LeaksAllowed allowed;
+    std::array<void*, 1> frame{};
+    backtrace(frame.data(), 1);  // what it loads at its first call is loaded now
+  }
+  try {
+    return faults::run(options);
+  } catch (const std::exception& failure) {
+    std::fprintf(stderr, "%s\n", failure.what());
+    return 1;
+  }
+}
