@@ -53,6 +53,11 @@ if(ZAL_BUILD_TOOLS)
   file(RELATIVE_PATH library_from_program ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
   set_target_properties(zalctl PROPERTIES INSTALL_RPATH "$ORIGIN/${library_from_program}")
   install(TARGETS zalctl RUNTIME COMPONENT tools)
+  install(
+    FILES ${PROJECT_SOURCE_DIR}/tools/zalctl/completion.bash
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+    RENAME zalctl
+    COMPONENT tools)
 endif()
 
 # install_manuals(<component> <section>...): the pages of docs/man of these sections.

@@ -1,4 +1,4 @@
-/* What a program outside the tree does first; built as C and, through consumer.cpp, as C++. */
+/* What a program in C outside the tree does first. */
 #include <cjson/cJSON.h>
 #include <stdio.h>
 #include <uv.h>
