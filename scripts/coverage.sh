@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# coverage.sh [BUILD]: runs what the test command runs on an instrumented build of clang's (./dev coverage makes it), and
-# prints how many lines and branches of each source of core/ were reached. Fails below the shares that are asked for.
+# coverage.sh [BUILD]: runs what the test command runs, and fails memory and system calls in the short forms of ./dev torture,
+# on an instrumented build of clang's (./dev coverage makes it). Prints how many lines and branches of each source of core/
+# were reached, and fails below the shares that are asked for.
 #
 # Left out are the tests that run none of the library's code (exported symbols, ABI, installation). A process that is killed
 # or aborts leaves no counts.
@@ -16,9 +17,11 @@ tool() { command -v "$1" || compgen -c "$1-" | sort -V | tail -n 1; }
 
 rm -rf "$build/profiles"
 mkdir -p "$build/profiles"
-LLVM_PROFILE_FILE=$PWD/$build/profiles/%4m.profraw \
-  ctest --test-dir "$build" -j "$(nproc)" --timeout 600 --output-on-failure -E '^(ExportedSymbols|abi_baseline|install)' |
-  grep -v ' Passed \|  *Start ' || exit
+export LLVM_PROFILE_FILE=$PWD/$build/profiles/%4m.profraw
+ctest --test-dir "$build" -j "$(nproc)" --timeout 600 --output-on-failure -E '^(ExportedSymbols|abi_baseline|install)' |
+  grep -v ' Passed \|  *Start '
+"$build/fuzz/faults/zal_faults_memory" --quick
+"$build/fuzz/faults/zal_faults_calls" --most 1
 "$(tool llvm-profdata)" merge -sparse "$build"/profiles/*.profraw -o "$build/tests.profdata"
 
 # The shared library has every source once; what the tests ran of the static one counts for the same functions.

@@ -75,8 +75,27 @@ TEST(ClientOptions, AnIntervalBelowOneCountsAsOneSecond) {
   }
 }
 
-TEST(ClientOptions, NullHandlesAreLoggedAndRefused) {
+TEST(ClientOptions, NullHandlesAreLoggedOrRefusedInSilence) {
   const LogCapture log;
+  ZAL_Client_GetDefaultOptions(nullptr);
+  ZAL_Client_Start(nullptr);
+  ZAL_Client_AddConnectCallback(nullptr, nullptr, nullptr);
+  ZAL_Client_AddDisconnectCallback(nullptr, nullptr, nullptr);
+  ZAL_Client_AddConfigurationChangeCallback(nullptr, nullptr, nullptr);
+  ZAL_Client_AddService(nullptr, nullptr);
+  ZAL_Client_SubscribeServices(nullptr);
+  ZAL_Client_Command_Request(nullptr, "service", "method", nullptr);
+  ZAL_Client_Command_Request_Gateway(nullptr, "service", "method", nullptr, nullptr, nullptr);
+  EXPECT_EQ(ZAL_Service_Create(nullptr), nullptr);
+  ZAL_Service_AddMethod(nullptr, "method", nullptr, nullptr);
+  ZAL_TelemetryService_AddDataset(nullptr, "dataset", nullptr);
+  EXPECT_EQ(ZAL_Client_GetService(nullptr, "service"), nullptr);
+  EXPECT_EQ(ZAL_Client_GetConfiguration(nullptr, nullptr), nullptr);
+  EXPECT_EQ(ZAL_Events_GetParamNumber(nullptr, "event", "parameter", nullptr), ZAL_CLIENT_NOT_AVAILABLE);
+  EXPECT_EQ(ZAL_Events_GetParamDouble(nullptr, "event", "parameter", nullptr), ZAL_CLIENT_NOT_AVAILABLE);
+  EXPECT_EQ(ZAL_Events_GetParamBool(nullptr, "event", "parameter", nullptr), ZAL_CLIENT_NOT_AVAILABLE);
+  EXPECT_EQ(ZAL_Events_GetParamString(nullptr, "event", "parameter", nullptr, 0), ZAL_CLIENT_NOT_AVAILABLE);
+  EXPECT_EQ(log.text(), "");
   EXPECT_EQ(ZAL_Client_Create(nullptr), nullptr);
   ZAL_Client_Stop(nullptr);
   ZAL_Client_Destroy(nullptr);

@@ -122,6 +122,11 @@ TEST_F(EventLoop, RefusesWhatItCannotUse) {
     Body call;
   } cases[] = {
       {"Invalid handle to EventLoop_Run", [] { ZAL_EventLoop_Run(nullptr); }},
+      {"Invalid handle to EventLoop_Stop\n", [] { ZAL_EventLoop_Stop(nullptr); }},
+      {"Invalid handle to EventLoop_Destroy", [] { ZAL_EventLoop_Destroy(nullptr); }},
+      {"StopTimer\n", [&] { ZAL_EventLoop_StopTimer(loop_, nullptr); }},
+      {"StartPoll\n", [&] { EXPECT_EQ(ZAL_EventLoop_StartPoll(loop_, nullptr, 0, nullptr), nullptr); }},
+      {"StartFs\n", [&] { EXPECT_EQ(ZAL_EventLoop_StartFs(loop_, nullptr, IN_CREATE, onFile), nullptr); }},
       {"Invalid input parameter to StopPoll\n", [&] { ZAL_EventLoop_StopPoll(loop_, nullptr); }},
       {"StartTimer\n", [&] { EXPECT_EQ(ZAL_EventLoop_StartTimer(loop_, nullptr, 0, 0, nullptr), nullptr); }},
       {"CloseHandle\n", [&] { ZAL_EventLoop_CloseHandle(loop_, nullptr, nullptr); }},
@@ -142,6 +147,11 @@ TEST_F(EventLoop, RefusesWhatItCannotUse) {
     EXPECT_THAT(log.text(), HasSubstr(refused.line));
   }
   EXPECT_EQ(ZAL_EventLoop_Work(loop_, nullptr, nullptr), UV_EINVAL);
+  EXPECT_EQ(ZAL_EventLoop_GetLoop(nullptr), nullptr);
+  EXPECT_EQ(ZAL_EventLoop_GetTimerContext(nullptr), nullptr);
+  ZAL_EventLoop_UpdateTimer(nullptr, 1);
+  ZAL_EventLoop_AsyncInit(nullptr, nullptr, nullptr);
+  ZAL_EventLoop_AsyncSend(nullptr);
 }
 
 TEST_F(EventLoop, ClosesEachHandleOnceAfterItsRunBeganAndBeforeStopReturns) {

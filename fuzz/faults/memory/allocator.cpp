@@ -180,6 +180,7 @@ void* allocateZeroed(std::size_t count, std::size_t size, const void* caller) no
 }
 
 void* reallocate(void* block, std::size_t size) noexcept {
+  if (!isUp && block == nullptr) return takeFirst(size);
   if (isFirst(block)) {
     void* const moved = allocate(size, nullptr);
     if (moved != nullptr) std::memcpy(moved, block, size);  // the first blocks lie in a row: nothing is beyond them
