@@ -17,7 +17,7 @@ void Histogram::add(std::chrono::nanoseconds latency) {
   const auto value = static_cast<std::uint64_t>(std::max<std::int64_t>(latency.count(), 0)) | kSteps;
   const auto doubling = static_cast<unsigned>(std::bit_width(value)) - kLowBits - 1;
   const auto step = static_cast<std::size_t>(value >> doubling) - kSteps;
-  ++buckets_.at(std::min(doubling * kSteps + step, buckets_.size() - 1));
+  ++buckets_.at(std::min(std::size_t{doubling} * kSteps + step, buckets_.size() - 1));
   ++count_;
   sum_ += latency;
   longest_ = std::max<Microseconds>(longest_, latency);

@@ -26,7 +26,8 @@ std::string hexDump(std::string_view bytes) {
       line += i < row.size() ? cell.data() : "   ";
       if (i < row.size()) text += byte >= 0x20 && byte < 0x7f ? row[i] : '.';
     }
-    out += (start == 0 ? "" : "\n") + line + "  |" + text + '|';
+    if (start != 0) out += '\n';
+    out.append(line).append("  |").append(text).append("|");
   }
   return out;
 }

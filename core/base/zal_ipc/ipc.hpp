@@ -62,15 +62,20 @@ namespace zal::ipc {
 
 enum class Role { kListener, kAccepted, kClient };
 
-/// A libuv stream with what lives exactly as long as it. Freed by its close callback, or with its handle when the loop
-/// that knew it was destroyed.
-struct Stream {
+/// A libuv stream of either kind. libuv's pointer to it is a pointer to this.
+struct UvStream {
   union {
     uv_handle_t handle;
     uv_stream_t stream;
     uv_pipe_t pipe;
     uv_tcp_t tcp;
-  } uv;  // first, so that libuv's pointer to it is a pointer to the whole
+  } uv;
+};
+static_assert(std::is_standard_layout_v<UvStream>);
+
+/// A libuv stream with what lives exactly as long as it. Freed by its close callback, or with its handle when the loop
+/// that knew it was destroyed.
+struct Stream : UvStream {
   ZAL_IpcHandle_* ipc;
   Role role;
   std::atomic<bool> closing;  // set once, under the lock, by whoever asks for the close
@@ -85,10 +90,12 @@ struct Stream {
 
   [[nodiscard]] const ZAL_IpcClientContext_* key() const noexcept { return &client; }
 
-  [[nodiscard]] static Stream& of(uv_stream_t* stream) noexcept { return *reinterpret_cast<Stream*>(stream); }
-  [[nodiscard]] static Stream& of(uv_handle_t* handle) noexcept { return *reinterpret_cast<Stream*>(handle); }
+  /// Of a uv_handle_t or uv_stream_t.
+  template <class Uv>
+  [[nodiscard]] static Stream& of(Uv* uv) noexcept {
+    return static_cast<Stream&>(*reinterpret_cast<UvStream*>(uv));
+  }
 };
-static_assert(std::is_standard_layout_v<Stream> && offsetof(Stream, uv) == 0);
 
 }  // namespace zal::ipc
 
