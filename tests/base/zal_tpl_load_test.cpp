@@ -225,6 +225,23 @@ TEST_F(TplLoad, NeitherHangsNorCountsBelowZeroWhenElementsTakeNoBytes) {
   EXPECT_EQ(tpl_unpack(map.get(), 1), INT_MAX);
 }
 
+TEST_F(TplLoad, TakesWhatTheSameMapHasPackedAndSaysWhatItCannotTake) {
+  std::int32_t value = 7;
+  const Map map = mapOf("i", &value);
+  tpl_pack(map.get(), 0);
+  value = 0;
+  EXPECT_EQ(tpl_unpack(map.get(), 0), 1);
+  EXPECT_EQ(value, 7);
+
+  EXPECT_EQ(tpl_load(map.get(), TPL_VIA_FILE, "/no/image"), -1);
+  EXPECT_EQ(tpl_load(map.get(), 0), -1);
+  EXPECT_EQ(tpl_dump(map.get(), 0), -1);
+  EXPECT_EQ(tpl_peek(0), nullptr);
+  EXPECT_EQ(hook_.takeReports(),
+            "Couldn't open file /no/image: No such file or directory\ntpl_load failed for file /no/image\n"
+            "unsupported tpl_load mode 0\nunsupported tpl_dump mode 0\nunsupported tpl_peek mode 0\n");
+}
+
 TEST_F(TplLoad, LoadsFromFilesDescriptorsAndOwnedMemory) {
   const long open = entriesOf("/proc/self/fd");
   std::uint32_t u = 7;
