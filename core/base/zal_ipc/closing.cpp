@@ -77,7 +77,7 @@ void requestCloseLocked(ZAL_IpcHandle_& ipc, Stream& stream, const char* functio
   stream.closing = true;
   const int pending = ++ipc.closePending;
   ZAL_LOG_AS(ZAL_LOG_TRACE, function, "%s: ipcCtx->closePending=%d\n", function, pending);
-  closeHandle(ipc.eventLoop, &stream.uv.handle, closeCallbackOf(stream.role), stream.takeClose());
+  closeHandle(ipc.eventLoop, &stream.uv.handle, closeCallbackOf(stream.role), std::move(stream.close));
 }
 
 void onCloseClientSide(uv_handle_t* handle) noexcept {

@@ -82,11 +82,8 @@ struct Stream : UvStream {
   Stream* next;
   Stream* previous;
   IndexLink<Stream> link;
-  ReservedClose::pointer close;  // owned until the close is asked for; an owner would not be of standard layout
+  ReservedClose close;           // until the close is asked for
   ZAL_IpcClientContext_ client;  // used by an accepted stream
-
-  ~Stream() { static_cast<void>(takeClose()); }
-  [[nodiscard]] ReservedClose takeClose() noexcept { return ReservedClose{std::exchange(close, nullptr)}; }
 
   [[nodiscard]] const ZAL_IpcClientContext_* key() const noexcept { return &client; }
 

@@ -46,8 +46,8 @@ void lendReadBuffer(uv_handle_t* handle, std::size_t /*suggested*/, uv_buf_t* bu
 
 Stream* openStream(ZAL_IpcHandle_& ipc, Transport transport, Role role) noexcept {
   std::unique_ptr<Stream> stream{new (std::nothrow) Stream{}};
-  if (stream) stream->close = reserveClose().release();
-  const int status = stream && stream->close != nullptr ? initialise(*stream, ipc.loop, transport) : UV_ENOMEM;
+  if (stream) stream->close = reserveClose();
+  const int status = stream && stream->close ? initialise(*stream, ipc.loop, transport) : UV_ENOMEM;
   if (status != 0) {
     ZAL_LOG(ZAL_LOG_ERROR, "cannot make a stream: %s\n", uv_strerror(status));
     return nullptr;
