@@ -174,11 +174,13 @@ bool isOn() noexcept {
 
 bool append(const char* format, std::va_list arguments) noexcept {
   const LockGuard hold{mutex};
+  std::int64_t end = 0;
   {
     const Descriptor file = openLocked();
     if (!file.isOpen() || !writeFormatted(file.get(), format, arguments)) return false;
+    end = lseek64(file.get(), 0, SEEK_CUR);  // of the text, and so of the file unless others have written since
   }
-  rotateAboveLocked(maxBytes);
+  if (end > maxBytes) rotateAboveLocked(maxBytes);
   return true;
 }
 
