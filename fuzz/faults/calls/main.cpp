@@ -1,7 +1,6 @@
 // Failing system calls: in a client's life and what belongs to it, each call fails in turn with each of its errors,
 // once and for a while. See docs/reliability.md.
 #include <dirent.h>
-#include <execinfo.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -178,15 +177,5 @@ int main(int argc, char** argv) {
   app.add_option("--point", options.point, "this point alone");
   app.add_option("--jobs", options.jobs, "points at a time")->check(CLI::PositiveNumber);
   CLI11_PARSE(app, argc, argv);
-  {
-    const faults::LeaksAllowed allowed;
-    std::array<void*, 1> frame{};
-    backtrace(frame.data(), 1);  // what it loads at its first call is loaded now
-  }
-  try {
-    return faults::run(options);
-  } catch (const std::exception& failure) {
-    std::fprintf(stderr, "%s\n", failure.what());
-    return 1;
-  }
+  return faults::runProgram([&options] { return faults::run(options); });
 }

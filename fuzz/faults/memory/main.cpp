@@ -1,8 +1,5 @@
 // Failing memory: in every scenario, each allocation fails in turn, once and from there on. See docs/reliability.md.
-#include <execinfo.h>
-
 #include <CLI/CLI.hpp>
-#include <array>
 #include <cstdio>
 #include <iterator>
 #include <string>
@@ -181,15 +178,5 @@ int main(int argc, char** argv) {
   app.add_option("--map", options.map, "the library's version script: every function in it must be reached");
   app.add_flag("--quick", options.isQuick, "without the scenarios that take long");
   CLI11_PARSE(app, argc, argv);
-  {
-    const faults::LeaksAllowed allowed;
-    std::array<void*, 1> frame{};
-    backtrace(frame.data(), 1);  // what it loads at its first call is loaded now
-  }
-  try {
-    return faults::run(options);
-  } catch (const std::exception& failure) {
-    std::fprintf(stderr, "%s\n", failure.what());
-    return 1;
-  }
+  return faults::runProgram([&options] { return faults::run(options); });
 }

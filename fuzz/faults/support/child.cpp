@@ -14,11 +14,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <string_view>
 #include <system_error>
 #include <utility>
 
 #include "support/fault.hpp"
+#include "support/sanitizer.hpp"
 
 namespace faults {
 
@@ -167,6 +169,20 @@ void Children::waitForOne() {
     }
     constexpr useconds_t kMoment = 500;
     usleep(kMoment);
+  }
+}
+
+int runProgram(const std::function<int()>& run) {
+  {
+    const LeaksAllowed allowed;
+    std::array<void*, 1> frame{};
+    backtrace(frame.data(), 1);  // what it loads at its first call is loaded now
+  }
+  try {
+    return run();
+  } catch (const std::exception& failure) {
+    std::fprintf(stderr, "%s\n", failure.what());
+    return 1;
   }
 }
 

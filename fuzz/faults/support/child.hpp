@@ -41,6 +41,9 @@ enum class Outcome : std::uint8_t {
 /// The child's own report.
 Report& report() noexcept;
 
+/// What a program of children does: its run, told when it fails. The status of the program.
+int runProgram(const std::function<int()>& run);
+
 /// Runs children side by side.
 class Children {
  public:
