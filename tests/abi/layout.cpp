@@ -1,2 +1,0 @@
-// The same layouts as a C++ compiler sees them.
-#include "layout.c"
