@@ -67,7 +67,10 @@ TEST(FilterTest, ComparesIdentifiersAndLetsEverythingThroughAFilterThatIsNoUri) 
   using Row = std::tuple<const char*, const char*, int, int>;  // filter, identifier, strict, loose
   for (const auto& [filter, identifier, strict, loose] :
        {Row{nullptr, "a", 1, 1}, Row{"/", "a", 1, 1}, Row{"system", "systemd", 0, 0}, Row{"system", nullptr, 0, 0},
-        Row{"system/cpu", "system", 0, 1}, Row{"?include=a++b", "b", 1, 1}, Row{"a b%", "x", 1, 1}}) {
+        Row{"system/cpu", "system", 0, 1}, Row{"?include=a++b", "b", 1, 1}, Row{"a b%", "x", 1, 1},
+        Row{"a/b", "a/b/c", 1, 1}, Row{"a?include=b+c/d", "a/c", 0, 1}, Row{"a?include=b+c/d", "a/c/d/e", 1, 1},
+        Row{"a?include=b", "b", 0, 0}, Row{"a?exclude=b/c", "a/b", 1, 1}, Row{"a?exclude=d+b/c", "a/b/c/d", 0, 0},
+        Row{"a?include=b&exclude=b/c", "a/b/c", 0, 0}, Row{"?include=ab", "a", 0, 0}}) {
     EXPECT_EQ(filterTest(filter, identifier, 1), strict) << filter << " strict " << identifier;
     EXPECT_EQ(filterTest(filter, identifier, 0), loose) << filter << " loose " << identifier;
   }

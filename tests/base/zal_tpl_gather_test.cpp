@@ -1,10 +1,10 @@
-// Cutting byte streams into images, and looking into an image without a map.
+// Cutting byte streams into images, and looking into an image without a map. That a stream may be cut anywhere, and how
+// much memory it takes, is shown by fuzz_tpl_gather and zal_bounds.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <thread>
 #include <vector>
@@ -40,26 +40,10 @@ class TplGather : public EngineTest {
 
   const std::string first_ = imageWith("one");
   const std::string second_ = imageWith(std::string(40, '2'));
-  const std::string stream_ = first_ + second_ + first_;
   tpl_gather_state* state_ = nullptr;
   std::vector<std::string> images_;
   int answer_ = 0;
 };
-
-TEST_F(TplGather, DeliversEachImageOnceAndWholeWhereverTheStreamIsCut) {
-  for (std::size_t cut = 0; cut <= stream_.size(); ++cut) {
-    const std::string_view stream{stream_};
-    ASSERT_EQ(feed(stream.substr(0, cut)), 1);
-    std::size_t expected = cut == stream.size() ? 3 : 2;
-    if (cut < first_.size() + second_.size()) expected = cut < first_.size() ? 0 : 1;
-    ASSERT_EQ(images_.size(), expected) << "no sooner and no later than its last byte";
-    ASSERT_EQ(feed(stream.substr(cut)), 1);
-    ASSERT_THAT(std::exchange(images_, {}), ElementsAre(first_, second_, first_)) << "cut at " << cut;
-    ASSERT_EQ(state_, nullptr);
-  }
-  for (const char& byte : stream_) ASSERT_EQ(feed({&byte, 1}), 1);
-  EXPECT_THAT(images_, ElementsAre(first_, second_, first_));
-}
 
 TEST_F(TplGather, DropsAStreamThatIsBrokenTooLongOrUnwanted) {
   EXPECT_EQ(feed(first_ + "tpX" + first_), -3);
@@ -77,32 +61,6 @@ TEST_F(TplGather, DropsAStreamThatIsBrokenTooLongOrUnwanted) {
   EXPECT_EQ(feed(first_.substr(0, 12)), 1);
   EXPECT_EQ(feed(first_.substr(12) + first_), -4);
   EXPECT_EQ(hook_.takeReports(), "tpl exceeds max length 50\ntpl_mem_gather aborted by app callback\n");
-}
-
-TEST_F(TplGather, ReservesByWhatArrivesAndNotByWhatAHeaderClaims) {
-  static std::size_t reserved;
-  static int steps;
-  reserved = 0;
-  steps = 0;
-  static const tpl_hook_record counted = tpl_hook;
-  tpl_hook.alloc_fn = [](std::size_t size) { return counted.alloc_fn(reserved = size); };
-  tpl_hook.realloc_fn = [](void* block, std::size_t size) {
-    return ++steps, counted.realloc_fn(block, reserved = size);
-  };
-  const std::string block(4096, '\0');
-  const std::string claim = bytes("tpl\0\0\0\0\x7f\0");  // almost 2 GiB
-
-  tpl_hook.gather_limit = std::size_t{5} << 20;
-  ASSERT_EQ(feed(claim), 1);
-  for (std::size_t arrived = claim.size(); arrived < (std::size_t{4} << 20); arrived += block.size()) {
-    ASSERT_LE(reserved, std::min(tpl_hook.gather_limit, 2 * arrived + (std::size_t{1} << 20)));
-    ASSERT_EQ(feed(block), 1);
-  }
-
-  EXPECT_LE(steps, 12) << "1024 blocks are not copied again and again";
-  EXPECT_EQ(state_->length, 9 + 1024 * 4096);
-  tpl_hook.free_fn(std::exchange(state_->bytes, nullptr));
-  tpl_hook.free_fn(std::exchange(state_, nullptr));
 }
 
 /// A pipe whose writing end is ours.
