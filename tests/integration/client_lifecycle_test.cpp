@@ -1,7 +1,4 @@
-// Starting, stopping and destroying: in the middle of traffic, from a handler, and often.
-#include <future>
-#include <thread>
-
+// Starting, stopping and destroying: from a handler, and often. In the middle of traffic zal_threads does it.
 #include "tests/integration/client_with_agent.hpp"
 #include "tests/support/process.hpp"
 
@@ -9,41 +6,6 @@ namespace zal::test {
 namespace {
 
 using ClientLifecycle = ClientWithAgent;
-
-TEST_F(ClientLifecycle, StopsStartsAndIsDestroyedUnderTraffic) {
-  std::atomic<bool> mayUseClient = true;
-  std::atomic<bool> isOver = false;
-  start();
-  // Every millisecond a request to whatever connection there is, and at first an event of the client too.
-  const auto requests = std::async(std::launch::async, [&] {
-    for (int id = 0; !isOver; id = (id + 1) % 60000) {
-      agent_.send({requestOf("get", id)});
-      std::this_thread::sleep_for(std::chrono::milliseconds{1});
-    }
-  });
-  auto events = std::async(std::launch::async, [&] {
-    while (mayUseClient) {
-      ZAL_Client_SendEvent(client_.get(), ZAL_Message_Create());
-      std::this_thread::sleep_for(std::chrono::milliseconds{1});
-    }
-  });
-
-  for (int round = 1; round <= 3; ++round) {
-    const int before = calls_;
-    EXPECT_TRUE(waitUntil([&] { return calls_ > before + 20; }));
-    ZAL_Client_Stop(client_.get());
-    EXPECT_TRUE(agent_.waitForOpen(0));
-    ZAL_Client_Start(client_.get());
-    EXPECT_TRUE(waitForSubscription(round + 1)) << "fetched and subscribed anew";
-  }
-  mayUseClient = false;
-  events.wait();
-  const int before = calls_;
-  EXPECT_TRUE(waitUntil([&] { return calls_ > before + 20; }));
-  client_.reset();
-  EXPECT_TRUE(agent_.waitForOpen(0));
-  isOver = true;
-}
 
 TEST_F(ClientLifecycle, IsStoppedByItsOwnHandlerButNotDestroyed) {
   addMethod(service_, "end", [this](ZAL_MessageHandle, ZAL_MessageHandle) {

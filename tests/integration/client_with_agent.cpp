@@ -26,8 +26,7 @@ WireRecord requestOf(std::string name, int id, std::string payload, std::string 
           .requestId = id};
 }
 
-ClientWithAgent::ClientWithAgent(bool isOverTcp)
-    : agent_{isOverTcp ? std::string{} : dir_.file("agent.sock")}, client_{makeClient(service_)} {
+ClientWithAgent::ClientWithAgent() {
   agent_.answerConfiguration("{}");
 }
 

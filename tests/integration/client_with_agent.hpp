@@ -1,5 +1,5 @@
 // The situation of most tests here: a client of the shared library, with the service "svc" and its method "get", and a
-// stand-in agent, joined by a Unix-domain socket or by TCP. Agent and library share no code.
+// stand-in agent, joined by a Unix-domain socket. Agent and library share no code.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -35,7 +35,7 @@ WireRecord requestOf(std::string name, int id, std::string payload = {}, std::st
 
 class ClientWithAgent : public ::testing::Test {
  protected:
-  explicit ClientWithAgent(bool isOverTcp = false);
+  ClientWithAgent();
   /// Ends the client before anything of the test that its handlers use.
   void TearDown() override { client_.reset(); }
 
@@ -54,11 +54,11 @@ class ClientWithAgent : public ::testing::Test {
   std::optional<WireRecord> waitForResponse(int id);
 
   TempDir dir_;
-  StandInAgent agent_;
+  StandInAgent agent_{dir_.file("agent.sock")};
   std::atomic<int> calls_ = 0;  // of "get"
   std::deque<Handler> handlers_;
   ZAL_ServiceHandle service_ = nullptr;  // the client's
-  ClientPtr client_;
+  ClientPtr client_ = makeClient(service_);
 };
 
 }  // namespace zal::test
