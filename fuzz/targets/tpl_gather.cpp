@@ -14,6 +14,7 @@
 namespace {
 
 using zal::fuzz::EngineHook;
+using zal::fuzz::ImageSink;
 using zal::fuzz::Text;
 
 constexpr std::size_t kHeaderSize = 8;
@@ -64,17 +65,6 @@ class Model {
   std::vector<std::string> delivered_;
 };
 
-struct Sink {
-  std::size_t imagesLeft;
-  std::vector<std::string> images;
-
-  static int take(void* image, std::size_t length, void* self) {
-    auto& sink = *static_cast<Sink*>(self);
-    sink.images.emplace_back(static_cast<const char*>(image), length);
-    return sink.imagesLeft-- == 0 ? -1 : 0;
-  }
-};
-
 /// A block, made much longer by its last byte where large ones are wanted.
 Text stretched(std::string_view bytes, bool isStretched) {
   constexpr std::size_t kFactor = 256;
@@ -82,12 +72,6 @@ Text stretched(std::string_view bytes, bool isStretched) {
   std::string longer{bytes};
   longer.resize(bytes.size() * kFactor, bytes.back());
   return Text{longer};
-}
-
-void freePending(tpl_gather_state* state) {
-  if (state == nullptr) return;
-  tpl_hook.free_fn(state->bytes);
-  tpl_hook.free_fn(state);
 }
 
 }  // namespace
@@ -105,7 +89,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   tpl_hook.gather_limit = limit;
 
   Model model{limit, accepted};
-  Sink sink{accepted, {}};
+  ImageSink sink{accepted, {}};
   tpl_gather_state* state = nullptr;
   std::size_t largestBlock = 0;
   std::size_t total = 0;
@@ -114,17 +98,15 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
         stretched(input.take(cuts.empty() ? size : static_cast<std::uint8_t>(cuts[i % cuts.size()]) + 1U), isStretched);
     largestBlock = std::max(largestBlock, block.size());
     total += block.size();
-    const int result = tpl_gather(TPL_GATHER_FROM_MEM, block.get(), block.size(), &state, &Sink::take, &sink);
+    const int result = tpl_gather(TPL_GATHER_FROM_MEM, block.get(), block.size(), &state, &ImageSink::take, &sink);
     FUZZ_CHECK(result == model.take(block.view()));
     FUZZ_CHECK((state == nullptr) == model.pending().empty());
-    if (state == nullptr) continue;
-    FUZZ_CHECK((std::string_view{static_cast<const char*>(state->bytes), static_cast<std::size_t>(state->length)} ==
-                model.pending()));
+    FUZZ_CHECK(zal::fuzz::pendingBytes(state) == model.pending());
   }
   FUZZ_CHECK(sink.images == model.delivered());
   FUZZ_CHECK(EngineHook::peak() <= 2 * total + kSlack);
   if (limit != 0) FUZZ_CHECK(EngineHook::peak() <= std::max(limit, largestBlock) + kSlack);
-  freePending(state);
+  zal::fuzz::freePending(state);
   FUZZ_CHECK(EngineHook::blocks() == 0);
   return 0;
 }

@@ -7,9 +7,13 @@
 #include <csetjmp>
 #include <cstdarg>
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <new>
+#include <string>
+#include <string_view>
+#include <vector>
 
 #include "fuzz.hpp"
 
@@ -125,5 +129,28 @@ class EngineHook {
   static inline std::jmp_buf* back_ = nullptr;
   tpl_hook_record saved_;
 };
+
+/// Keeps the images of a stream, and refuses the first beyond a number.
+struct ImageSink {
+  std::size_t imagesLeft = SIZE_MAX;
+  std::vector<std::string> images;
+
+  static int take(void* image, std::size_t length, void* self) {
+    auto& sink = *static_cast<ImageSink*>(self);
+    sink.images.emplace_back(static_cast<const char*>(image), length);
+    return sink.imagesLeft-- == 0 ? -1 : 0;
+  }
+};
+
+inline std::string_view pendingBytes(const tpl_gather_state* state) noexcept {
+  if (state == nullptr) return {};
+  return {static_cast<const char*>(state->bytes), static_cast<std::size_t>(state->length)};
+}
+
+inline void freePending(tpl_gather_state* state) noexcept {
+  if (state == nullptr) return;
+  tpl_hook.free_fn(state->bytes);
+  tpl_hook.free_fn(state);
+}
 
 }  // namespace zal::fuzz
