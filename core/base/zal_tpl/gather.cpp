@@ -241,11 +241,17 @@ int tpl_gather_fd_blocking(int descriptor, void** image, std::size_t* size) noex
     return kFailed;
   }
   if (tpl_hook.gather_limit != 0 && *length > tpl_hook.gather_limit) return refuse(tpl_hook.gather_limit);
-  HookPtr<char> block{allocate(*length)};
-  std::memcpy(block.get(), front, sizeof front);
-  const int result = readExactly(descriptor, block.get() + sizeof front, *length - sizeof front);
-  if (result != kGathered) return result;
-  *image = block.release();
+  Pending pending{make<PendingImage>()};
+  pending->wanted = *length;
+  append(*pending, {front, sizeof front});
+  while (pending->size < *length) {  // a header that lies gains no more here than in the other ways
+    reserve(*pending, pending->size + 1);
+    char* const end = static_cast<char*>(pending->shown.bytes) + pending->size;
+    const int result = readExactly(descriptor, end, pending->capacity - pending->size);
+    if (result != kGathered) return result;
+    pending->size = pending->capacity;
+  }
+  *image = std::exchange(pending->shown.bytes, nullptr);
   *size = *length;
   return kGathered;
 }
