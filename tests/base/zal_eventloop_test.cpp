@@ -149,6 +149,15 @@ TEST_F(EventLoop, RefusesWhatItCannotUse) {
   EXPECT_EQ(ZAL_EventLoop_Work(loop_, nullptr, nullptr), UV_EINVAL);
   EXPECT_EQ(ZAL_EventLoop_GetLoop(nullptr), nullptr);
   EXPECT_EQ(ZAL_EventLoop_GetTimerContext(nullptr), nullptr);
+  uv_timer_t timer{};
+  uv_poll_t poll{};
+  EXPECT_EQ(ZAL_EventLoop_StartTimer(nullptr, runBody, 0, 0, nullptr), nullptr);
+  EXPECT_EQ(ZAL_EventLoop_StartPoll(nullptr, runBody, 0, nullptr), nullptr);
+  EXPECT_EQ(ZAL_EventLoop_StartFs(nullptr, "/tmp", IN_CREATE, onFile), nullptr);
+  ZAL_EventLoop_StopTimer(nullptr, &timer);
+  ZAL_EventLoop_StopPoll(nullptr, &poll);
+  ZAL_EventLoop_CloseHandle(nullptr, reinterpret_cast<uv_handle_t*>(&timer), nullptr);
+  ZAL_EventLoop_IdleInit(nullptr, runBody, nullptr);
   ZAL_EventLoop_UpdateTimer(nullptr, 1);
   ZAL_EventLoop_AsyncInit(nullptr, nullptr, nullptr);
   ZAL_EventLoop_AsyncSend(nullptr);
@@ -309,6 +318,41 @@ TEST_F(EventLoop, RunsJobsOnWorkersAndWaitsForThemInDestroy) {
   EXPECT_EQ(jobs, 3);
 }
 
+TEST_F(EventLoop, InstallsItsAsyncOnAnyThreadWhileItRuns) {
+  for (const bool isOnLoopThread : {false, true}) {
+    std::atomic<bool> hasCome{false};
+    Body body = [&] { hasCome = true; };
+    const auto install = [&] { ZAL_EventLoop_AsyncInit(loop_, runBody, &body); };
+    ZAL_EventLoop_Run(loop_);
+    isOnLoopThread ? onLoopThread(install) : install();
+    onLoopThread([] {});
+    ZAL_EventLoop_AsyncSend(loop_);
+    EXPECT_TRUE(waitUntil([&] { return hasCome.load(); }));
+    destroy();
+    loop_ = ZAL_EventLoop_Create(0, "loop under test");
+  }
+}
+
+TEST_F(EventLoop, RunsJobsInAForkedChild) {
+#ifdef __SANITIZE_THREAD__
+  GTEST_SKIP() << "ThreadSanitizer ends a child that starts threads";
+#endif
+  std::atomic<bool> isDone{false};
+  Body job = [&] { isDone = true; };
+  queueJob(job);
+  ZAL_EventLoop_Run(loop_);
+  ASSERT_TRUE(waitUntil([&] { return isDone.load(); }));
+
+  const auto useLoopInChild = [&] {
+    isDone = false;
+    loop_ = ZAL_EventLoop_Create(0, "child");
+    ZAL_EventLoop_Run(loop_);
+    queueJob(job);
+    _exit(waitUntil([&] { return isDone.load(); }) ? 0 : 1);
+  };
+  EXPECT_EXIT(useLoopInChild(), ::testing::ExitedWithCode(0), "");
+}
+
 TEST_F(EventLoop, HoldsSigpipeBackFromItsThreadAndFromNothingElse) {
   std::array<int, 2> ends{};
   ASSERT_EQ(pipe(ends.data()), 0);
@@ -385,6 +429,30 @@ TEST(DefaultLoop, IsDestroyedOnlyWhenTheThreadThatRunsItHasLeft) {
 
   EXPECT_TRUE(hasLeft);
   runner.join();
+}
+
+TEST(DefaultLoop, IsMadeAnewOnlyWhenItsTeardownHasEnded) {
+  ZAL_EventLoopContext loop = ZAL_EventLoop_Create(1, "old");
+  ZAL_EventLoopContext next = nullptr;
+  std::atomic<bool> isMade{false};
+  std::thread creator;
+  Body onClosed = [&] {
+    creator = std::thread{[&] {
+      next = ZAL_EventLoop_Create(1, "next");
+      isMade = true;
+    }};
+    const auto now = Clock::now();
+    while (Clock::now() - now < milliseconds{20}) continue;
+    EXPECT_FALSE(isMade);
+  };
+  uv_async_t async{};
+  ASSERT_EQ(uv_async_init(ZAL_EventLoop_GetLoop(loop), &async, nullptr), 0);
+  async.data = &onClosed;
+
+  ZAL_EventLoop_CloseHandle(loop, reinterpret_cast<uv_handle_t*>(&async), runBody);
+  ZAL_EventLoop_Destroy(loop);
+  creator.join();
+  ZAL_EventLoop_Destroy(next);
 }
 
 TEST_F(EventLoop, PollsReadableDescriptorsUntilTheCallbackStopsIt) {

@@ -240,6 +240,13 @@ TEST_F(IpcTransport, RejectsUrlsThatLeadNowhere) {
   EXPECT_EQ(side.listen("file://" + directory_.file("missing/ipc.sock")), 1);
   EXPECT_TRUE(log_.contains("cannot listen: "));
   EXPECT_EQ(side.disconnects, 0);
+
+  EXPECT_EQ(ZAL_IPC_Init(nullptr), nullptr);
+  EXPECT_EQ(ZAL_IPC_ServerCreate(nullptr, url_.c_str()) + ZAL_IPC_ClientConnectServer(nullptr, url_.c_str()), 0);
+  EXPECT_EQ(ZAL_IPC_ClientWrite(nullptr, heapCopy("freed"), 5), 0);
+  ZAL_IPC_ServerWrite(nullptr, nullptr, heapCopy("freed"), 5);
+  EXPECT_EQ(ZAL_IPC_ClientWrite(side.ipc, heapCopy("freed"), 0), 0);
+  ZAL_IPC_CloseClient(nullptr);
 }
 
 /// Open connections, with a write in flight and others waiting, are released in every order that a caller may choose;
@@ -284,6 +291,22 @@ TEST_F(IpcTransport, LeavesNothingBehindInAnyOrderOfRelease) {
       client.release(destroyFirst);
       server.release(destroyFirst);
     }
+}
+
+TEST_F(IpcTransport, UnInitWaitsForAConnectUnderWay) {
+  Side server;
+  Side client;
+  ASSERT_EQ(server.listen(url_), 1);
+  ZAL_EventLoop_Stop(client.loop);
+  ASSERT_EQ(ZAL_IPC_ClientConnectServer(client.ipc, url_.c_str()), 1);
+  std::thread runner{[&] {
+    EXPECT_TRUE(waitForLog("ZAL_IPC_UnInit: ipcHandle->connect="));
+    EXPECT_EQ(client.connects, 0);
+    ZAL_EventLoop_Run(client.loop);
+  }};
+  ZAL_IPC_UnInit(std::exchange(client.ipc, nullptr));
+  runner.join();
+  EXPECT_EQ(client.connects, 1);
 }
 
 TEST_F(LoopbackPair, UnInitGivesUpOnACloseAfterFiveSeconds) {

@@ -178,10 +178,13 @@ TEST_F(TplLoad, TakesWhatTheSameMapHasPackedAndSaysWhatItCannotTake) {
   EXPECT_EQ(tpl_load(map.get(), TPL_VIA_FILE, "/no/image"), -1);
   EXPECT_EQ(tpl_load(map.get(), 0), -1);
   EXPECT_EQ(tpl_dump(map.get(), 0), -1);
+  EXPECT_EQ(tpl_load(nullptr, TPL_VIA_FILE, "/no/map"), -1);
   EXPECT_EQ(tpl_peek(0), nullptr);
+  EXPECT_EQ(tpl_peek(TPL_VIA_FILE | TPL_FXLENS | TPL_DATAPEEK), nullptr);
   EXPECT_EQ(hook_.takeReports(),
             "Couldn't open file /no/image: No such file or directory\ntpl_load failed for file /no/image\n"
-            "unsupported tpl_load mode 0\nunsupported tpl_dump mode 0\nunsupported tpl_peek mode 0\n");
+            "unsupported tpl_load mode 0\nunsupported tpl_dump mode 0\nerror: tpl_load to non-root node\n"
+            "unsupported tpl_peek mode 0\nTPL_FXLENS and TPL_DATAPEEK mutually exclusive\n");
 }
 
 TEST_F(TplLoad, LoadsFromFilesDescriptorsAndOwnedMemory) {

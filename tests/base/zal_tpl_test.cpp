@@ -63,6 +63,8 @@ TEST_F(TplMap, RejectsBadFormatsAndKeepsNothingOfThem) {
   }
   EXPECT_EQ(tpl_jot(TPL_VIA_MEM, nullptr, nullptr, "iA(r)", &variable), -1);
   EXPECT_EQ(hook_.takeReports(), "unsupported option r\nfailed to parse iA(r)\n");
+  EXPECT_EQ(tpl_map(nullptr), nullptr);
+  EXPECT_EQ(hook_.takeReports(), "failed to parse (null)\n");
   EXPECT_EQ(tpl_map("i##", &variable, 65536, 65536), nullptr);
   EXPECT_EQ(tpl_map("A(S(jc#)#)", &variable, 0x7fffffff, 2), nullptr) << "stride beyond an int32";
 }
@@ -173,6 +175,7 @@ TEST(TplFatalDeath, EndsTheProcessWithAMessage) {
   EXPECT_EXIT(tpl_map("i#", &variable, 0), testing::ExitedWithCode(kExitStatus), "non-positive iteration count 0\n");
   EXPECT_EXIT(tpl_map("c###########", &variable, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1), testing::ExitedWithCode(kExitStatus),
               "contiguous # exceeds hardcoded limit\n");
+  EXPECT_EXIT(tpl_jot(TPL_SIZE_QUERY, "i", &variable), testing::ExitedWithCode(kExitStatus), "invalid tpl_jot mode\n");
   const auto overflow = [] { tpl_hook.fatal_fn("%s", (std::string(99, 'a') + "b").c_str()); };
   EXPECT_EXIT(overflow(), testing::ExitedWithCode(kExitStatus), "^" + std::string(99, 'a') + "$");
 }
