@@ -18,7 +18,7 @@ tool() { command -v "$1" || compgen -c "$1-" | sort -V | tail -n 1; }
 
 rm -rf "$build/profiles"
 mkdir -p "$build/profiles"
-export LLVM_PROFILE_FILE=$PWD/$build/profiles/%4m.profraw
+export LLVM_PROFILE_FILE=$PWD/$build/profiles/%c%4m.profraw
 ctest --test-dir "$build" -j "$(nproc)" --timeout 600 --output-on-failure -E '^(ExportedSymbols|abi_baseline|install)' |
   grep -v ' Passed \|  *Start '
 "$build/fuzz/faults/zal_faults_memory" --quick
