@@ -10,12 +10,12 @@ gateway=("${emulator[@]}" "$2")
 documents=("${emulator[@]}" "$3")
 dir=$(mktemp -d)
 url=file://$dir/agent.sock
-pids=''
+declare -A pids
 
 cleanup() {
   local status=$?
   trap - EXIT
-  for pid in $pids; do kill -KILL "$pid" 2>/dev/null || true; done
+  kill -KILL "${pids[@]}" 2>/dev/null || true
   wait 2>/dev/null || true
   rm -rf "$dir"
   exit "$status"
@@ -50,16 +50,16 @@ wait_for() {
   done
 }
 
-start_gateway() {
-  "${gateway[@]}" "$url" >"$dir/$1.out" 2>&1 &
-  gateway_pid=$!
-  pids+=" $gateway_pid"
+# start NAME PROGRAM ARGUMENT...: what it prints goes to NAME.out.
+start() {
+  "${@:2}" >"$dir/$1.out" 2>&1 &
+  pids[$1]=$!
 }
 
-# end PID: SIGTERM ends it with status 0, and so without leaks where a sanitizer looks.
+# end NAME: SIGTERM ends it with status 0, and so without leaks where a sanitizer looks.
 end() {
-  kill -TERM "$1"
-  wait "$1" || fail "a process ended with status $?"
+  kill -TERM "${pids[$1]}"
+  wait "${pids[$1]}" || fail "$1 ended with status $?"
 }
 
 echo '{"events": ' >"$dir/broken.json"
@@ -94,16 +94,15 @@ if ldd "$1" 2>/dev/null | grep -q libedit; then typed='ist\001l\n'; fi
 mkfifo "$dir/keys"
 exec {keys}<>"$dir/keys"
 HOME=$dir TERM=xterm script -qefc "${zalctl[*]} agent --url $url" "$dir/typed.out" <"$dir/keys" >/dev/null 2>&1 &
-terminal_pid=$!
-pids+=" $terminal_pid"
+pids[terminal]=$!
 wait_for 'listening at' "$dir/typed.out"
 printf '%b' "$typed" >&"$keys"
 wait_for '^no client is connected' "$dir/typed.out"
 echo quit >&"$keys"
-wait "$terminal_pid" || fail "the agent at a terminal ended with status $?"
+wait "${pids[terminal]}" || fail "the agent at a terminal ended with status $?"
 
 # Calls to the example, from a script.
-start_gateway gateway
+start gateway "${gateway[@]}" "$url"
 cat >"$dir/calls" <<'EOT'
 # known methods alone
 wait-for --timeout 60000 network getStatus
@@ -120,9 +119,7 @@ sed -i '$d' "$dir/calls"
 agent 1 '^no such method: a\\x01b getStatus' --script "$dir/calls" -c $'call a\x01b getStatus'
 
 # The example on bare documents: cut to a range, refused, and told to hide something while it runs.
-"${documents[@]}" "$url" >"$dir/documents.out" 2>&1 &
-documents_pid=$!
-pids+=" $documents_pid"
+start documents "${documents[@]}" "$url"
 echo '{"inventory": {"hide": "ports/mac"}}' >"$dir/hide.json"
 agent 0 'Invalid resource:fans' -c 'wait-for --timeout 60000 telemetry inventory' \
   -c 'call --timeout 60000 telemetry inventory/fans' -c "config $dir/hide.json" -c 'notify onProfileChanged telemetry' \
@@ -131,7 +128,7 @@ grep -q '"ports":.*"name": *"eth1"' <(tr -d '\n' <"$dir/run.out") || fail 'the p
 if grep -q 'eth0\|"mac"' "$dir/run.out"; then fail 'a port or a member too many'; fi
 wait_for 'documents: the profile of telemetry changed' "$dir/documents.out"
 wait_for 'documents: the configuration hides .*ports/mac' "$dir/documents.out"
-end "$documents_pid"
+end documents
 
 # From other terminals: through the control socket of a running agent, or listening for the client themselves.
 cat >"$dir/beat.json" <<<'{"events": {"settings": {"heartbeat": {"enabled": true, "interval": 50}}}}'
@@ -146,14 +143,10 @@ check 1 'no client has subscribed network frob' call --url "$url" --wait 20 netw
 check 2 'no socket' agent --url "$url" --control "$dir/good.json" -c list
 control=(--control "$dir/agent.sock.ctl")
 check 4 'no agent at' list "${control[@]}"
-"${zalctl[@]}" agent --url "$url" --stay -c 'wait-for --timeout 60000 network getStatus' >"$dir/desk.out" 2>&1 &
-desk_pid=$!
-pids+=" $desk_pid"
+start desk "${zalctl[@]}" agent --url "$url" --stay -c 'wait-for --timeout 60000 network getStatus'
 wait_for '^network getStatus is subscribed' "$dir/desk.out"
 [[ $(stat -c %a "$dir/agent.sock.ctl") == 600 ]] || fail 'the control socket is open to others'
-"${zalctl[@]}" listen "${control[@]}" --json --kind event >"$dir/listen.out" 2>&1 &
-listen_pid=$!
-pids+=" $listen_pid"
+start listen "${zalctl[@]}" listen "${control[@]}" --json --kind event
 commands "${control[@]}" --json
 check 1 '^no such method: network frob' call "${control[@]}" --timeout 60000 network frob
 check 1 '^no reply to network getStatus within 0 ms' call "${control[@]}" --timeout 0 network getStatus
@@ -161,8 +154,8 @@ wait_for '"client":1,.*"kind":"event","service":"system","name":"heartbeat","pay
 check 0 'client 1 .*event system heartbeat' listen "${control[@]}" --count 1 --timeout 60000
 check 2 'unknown-kind' listen "${control[@]}" --kind unknown-kind
 if grep -q '"kind":"response"' "$dir/listen.out"; then fail 'the filter lets a response pass'; fi
-end "$listen_pid"
-end "$desk_pid"
+end listen
+end desk
 [[ ! -e $dir/agent.sock.ctl ]] || fail 'the control socket is left behind'
 ln -s "$dir/good.json" "$dir/agent.sock.ctl"
 agent 0 'no control socket: .* no socket' -c list
@@ -176,23 +169,17 @@ cat >"$dir/answers.json" <<'EOT'
 EOT
 sed 's/delay/dealy/' "$dir/answers.json" >"$dir/broken.json"
 agent 2 'broken.json: rule 2 has an unknown member "dealy"' --answers "$dir/broken.json"
-"${zalctl[@]}" agent --url "$url" --stay --answers "$dir/answers.json" >"$dir/answers.out" 2>&1 &
-answers_pid=$!
-pids+=" $answers_pid"
+start answers "${zalctl[@]}" agent --url "$url" --stay --answers "$dir/answers.json"
 wait_for 'gateway request cloud lookup .*answered by rule 2' "$dir/answers.out"
 wait_for 'the cloud answered \{"found":\[1\]\}' "$dir/gateway.out"
-end "$answers_pid"
+end answers
 
 # Between a client and its agent: what passes is printed and recorded, and the recording serves again.
-kill -STOP "$gateway_pid" # it would take the calls
-"${zalctl[@]}" agent --url "$url" --stay --config "$dir/good.json" >"$dir/agent.out" 2>&1 &
-agent_pid=$!
-"${zalctl[@]}" monitor --url "file://$dir/monitor.sock" --agent "$url" --json --record "$dir/recording" \
-  --service network,cloud --kind request,response,empty,gateway-response >"$dir/monitor.out" 2>&1 &
-monitor_pid=$!
-"${gateway[@]}" "file://$dir/monitor.sock" >"$dir/monitored.out" 2>&1 &
-monitored_pid=$!
-pids+=" $agent_pid $monitor_pid $monitored_pid"
+kill -STOP "${pids[gateway]}" # it would take the calls
+start agent "${zalctl[@]}" agent --url "$url" --stay --config "$dir/good.json"
+start monitor "${zalctl[@]}" monitor --url "file://$dir/monitor.sock" --agent "$url" --json --record "$dir/recording" \
+  --service network,cloud --kind request,response,empty,gateway-response
+start monitored "${gateway[@]}" "file://$dir/monitor.sock"
 wait_for 'subscribed network getStatus' "$dir/agent.out"
 wait_for '"to":"client","kind":"gateway-response","service":"cloud","name":"lookup",.*"milliseconds":' "$dir/monitor.out"
 for method in getStatus frob setInterface; do
@@ -201,8 +188,8 @@ done
 wait_for '"kind":"empty","service":"network","name":"frob",.*"milliseconds":' "$dir/monitor.out"
 wait_for '"to":"agent","kind":"response","service":"network","name":"setInterface",.*"milliseconds":' "$dir/monitor.out"
 if grep -q subscribe "$dir/monitor.out"; then fail 'the filter lets a subscription pass'; fi
-end "$monitor_pid"
-end "$agent_pid"
+end monitor
+end agent
 check 2 'another one' monitor --url "$url" --agent "$url"
 check 0 '^\{"time":[0-9.]+,"client":1,"to":"agent","kind":"subscribe","service":"network"' decode "$dir/recording"
 check 0 '^00000000  74 70 6c 00 .*\|tpl' decode --text --hex "$dir/recording"
@@ -226,41 +213,39 @@ load 0 '"requests":50,"refused":0,"unanswered":0,.*"histogram":\[\{' network get
 load 3 '^2 answered with an error' network setInterface '{}' --requests 2
 load 0 'p99 .*max' system getInfo --seconds 0.05
 load 1 'no client has subscribed' network frob --wait 20
-end "$monitored_pid"
-kill -CONT "$gateway_pid"
+end monitored
+kill -CONT "${pids[gateway]}"
 
 # An agent that lasts: commands from standard input, two clients, connections that end, a killed client and one that does not answer.
 mkfifo "$dir/in"
 exec {input}<>"$dir/in"
 "${zalctl[@]}" agent --url "$url" --timeout 60000 <"$dir/in" >"$dir/agent.out" 2>&1 &
-agent_pid=$!
-pids+=" $agent_pid"
-first=$gateway_pid
+pids[agent]=$!
 wait_for 'client 1 subscribed telemetry device' "$dir/agent.out"
-start_gateway second
+start second "${gateway[@]}" "$url"
 wait_for 'client 2 subscribed telemetry device' "$dir/agent.out"
 echo kill >&"$input"
 wait_for '^ended 2 connections' "$dir/agent.out"
 wait_for 'client 4 subscribed telemetry device' "$dir/agent.out"
 wait_for 'gateway request cloud lookup .*answered with its own data' "$dir/agent.out"
 wait_for 'the cloud answered \{"device":"gateway"\}' "$dir/gateway.out"
-kill -KILL "$gateway_pid"
+kill -KILL "${pids[second]}"
 wait_for 'client [34] disconnected' "$dir/agent.out"
 echo 'call system getInfo' >&"$input"
 wait_for '"client": "gateway"' "$dir/agent.out"
-kill -STOP "$first"
-wait_for '^State:.T' "/proc/$first/status"
+kill -STOP "${pids[gateway]}"
+wait_for '^State:.T' "/proc/${pids[gateway]}/status"
 echo 'call --timeout 50 network getStatus' >&"$input"
 wait_for '^no reply to network getStatus within 50 ms' "$dir/agent.out"
 # The answer without an id is the second call's, whichever of the two comes first.
 echo 'call network frob' >&"$input"
-kill -CONT "$first"
+kill -CONT "${pids[gateway]}"
 wait_for 'answered after the time-out: network getStatus' "$dir/agent.out"
 wait_for '^no such method: network frob' "$dir/agent.out"
 status=0
-kill -TERM "$agent_pid"
-wait "$agent_pid" || status=$?
+kill -TERM "${pids[agent]}"
+wait "${pids[agent]}" || status=$?
 [[ $status == 1 ]] || fail "the agent ended with status $status after unanswered calls"
 [[ ! -e $dir/agent.sock ]] || fail 'the socket is left behind'
-end "$first"
+end gateway
 no_reports
