@@ -1,9 +1,11 @@
-// The connection to the agent: what is said first, how the client comes back, and which callbacks tell of it. Broken
-// connections and configurations of all kinds, over both transports, come from zal_chaos.
+// The connection to the agent: what is said first, how the client comes back, which callbacks tell of it, and how the
+// client ends it. Broken connections and configurations of all kinds, over both transports, come from zal_chaos, ends
+// in the middle of traffic from zal_threads.
 #include <mutex>
 
 #include "tests/integration/client_with_agent.hpp"
 #include "tests/support/data_model.hpp"
+#include "tests/support/process.hpp"
 
 namespace zal::test {
 namespace {
@@ -113,6 +115,45 @@ TEST_F(ClientConnection, IsServedAndComesBackWhenTheAgentDiesInsideAnImage) {
   ASSERT_TRUE(waitForSubscription(2));
   EXPECT_TRUE(events_.waitForNext("connect 0"));
   EXPECT_TRUE(call(requestOf("get", 3))) << "what was left of the old stream is forgotten";
+}
+
+TEST_F(ClientConnection, IsStoppedByItsOwnHandlerButNotDestroyed) {
+  addMethod(service_, "end", [this](ZAL_MessageHandle, ZAL_MessageHandle) {
+    ZAL_Client_Destroy(client_.get());  // refused: it would wait for this handler
+    ZAL_Client_Stop(client_.get());
+  });
+  start();
+
+  ASSERT_TRUE(agent_.send({requestOf("end", 1)}));
+
+  ASSERT_TRUE(agent_.waitForOpen(0));
+  ZAL_Client_Start(client_.get());
+  EXPECT_TRUE(waitForSubscription(2));
+  EXPECT_TRUE(call(requestOf("get", 2)));
+}
+
+TEST_F(ClientConnection, LeavesNoDescriptorAndNoThreadBehind) {
+  int connection = 0;
+  const auto live = [&] {
+    ZAL_ServiceHandle service = nullptr;
+    const ClientPtr client = makeClient(service);
+    for (int i = 0; i < 2; ++i) {
+      ZAL_Client_Stop(client.get());  // the first one has nothing to stop
+      ZAL_Client_Start(client.get());
+      ASSERT_TRUE(waitForSubscription(++connection));
+      ASSERT_TRUE(call(requestOf("get", connection)));
+    }
+  };
+  live();  // what the process makes once stays: the worker pool and what libuv keeps
+  ASSERT_TRUE(agent_.waitForOpen(0));
+  const long descriptors = entriesOf("/proc/self/fd");
+  const long threads = entriesOf("/proc/self/task");
+
+  for (int cycle = 0; cycle < 20; ++cycle) live();
+
+  ASSERT_TRUE(agent_.waitForOpen(0));
+  EXPECT_TRUE(waitUntil([&] { return entriesOf("/proc/self/fd") <= descriptors; })) << entriesOf("/proc/self/fd");
+  EXPECT_TRUE(waitUntil([&] { return entriesOf("/proc/self/task") <= threads; })) << entriesOf("/proc/self/task");
 }
 
 }  // namespace
