@@ -1,6 +1,5 @@
 #include <zal/zal_runtime.h>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>

@@ -2,7 +2,6 @@
 
 #include <zal/zal_log.h>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <array>

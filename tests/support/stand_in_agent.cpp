@@ -72,10 +72,6 @@ StandInAgent::StandInAgent(std::string socketPath) : path_{std::move(socketPath)
   listen();
 }
 
-std::string StandInAgent::url() const {
-  return path_.empty() ? "tcp://127.0.0.1:" + std::to_string(port_) : "file://" + path_;
-}
-
 void StandInAgent::answerConfiguration(std::string json) {
   const std::lock_guard hold{mutex_};
   configuration_ = std::move(json);
@@ -108,19 +104,9 @@ std::optional<WireRecord> StandInAgent::waitForRecord(const std::function<bool(c
   return found;
 }
 
-int StandInAgent::find(int number) const {
-  if (number == kNewest && !connections_.empty()) return connections_.rbegin()->second.socket;
-  const auto at = connections_.find(number);
-  return at == connections_.end() ? -1 : at->second.socket;
-}
-
-bool StandInAgent::send(const WireImage& image, int connection) {
-  return sendBytes(encodeImage(image), connection);
-}
-
-bool StandInAgent::sendBytes(std::string_view bytes, int connection) {
+bool StandInAgent::sendBytes(std::string_view bytes) {
   const std::lock_guard hold{mutex_};
-  return sendAll(find(connection), bytes);
+  return !connections_.empty() && sendAll(connections_.rbegin()->second.socket, bytes);
 }
 
 void StandInAgent::die() {
@@ -134,7 +120,7 @@ void StandInAgent::die() {
 }
 
 void StandInAgent::listen() {
-  listener_ = path_.empty() ? listenAtPort(port_) : listenAtPath(path_);
+  listener_ = listenAtPath(path_);
   thread_ = std::thread{[this] { run(); }};
 }
 

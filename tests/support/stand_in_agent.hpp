@@ -1,6 +1,6 @@
-// A scripted agent for tests: it listens on a Unix-domain path or on a loopback port, decodes what clients send, and
-// sends what the test tells it to. It knows the wire alone, nothing of the library. Bytes that are no image of records
-// are a failure of the test that runs.
+// A scripted agent for tests: it listens on a Unix-domain path, decodes what clients send, and sends what the test
+// tells it to. It knows the wire alone, nothing of the library. Bytes that are no image of records are a failure of the
+// test that runs.
 //
 // One thread of its own accepts, reads and closes; every public function may be called from any thread, but for die()
 // and listen(), which are the test's. Waiting functions end after a minute with a result that says so.
@@ -26,22 +26,20 @@ int listenAtPort(int& port);
 
 class StandInAgent {
  public:
-  static constexpr int kNewest = 0;  // where a connection's number is asked for
-
   /// One image that a client sent, and by which connection: they count from 1.
   struct Received {
     int connection;
     WireImage image;
   };
 
-  /// Listens on a path, whose stale socket file is removed, or without one on a free port of 127.0.0.1.
-  explicit StandInAgent(std::string socketPath = {});
+  /// Listens on a path, whose stale socket file is removed.
+  explicit StandInAgent(std::string socketPath);
   ~StandInAgent() { die(); }
   StandInAgent(const StandInAgent&) = delete;
   StandInAgent& operator=(const StandInAgent&) = delete;
 
   /// What a client connects to.
-  [[nodiscard]] std::string url() const;
+  [[nodiscard]] std::string url() const { return "file://" + path_; }
 
   /// From now on, each code 7 is answered with a code 8 that carries this payload (which may be empty).
   void answerConfiguration(std::string json);
@@ -55,11 +53,11 @@ class StandInAgent {
   /// The first record that fits, arrived already or yet to come.
   [[nodiscard]] std::optional<WireRecord> waitForRecord(const std::function<bool(const WireRecord&)>& fits) const;
 
-  /// Sends to one connection, or to the newest; false when there is none or it broke.
-  bool send(const WireImage& image, int connection = kNewest);
-  bool sendBytes(std::string_view bytes, int connection = kNewest);
+  /// Sends to the newest connection; false when there is none or it broke.
+  bool send(const WireImage& image) { return sendBytes(encodeImage(image)); }
+  bool sendBytes(std::string_view bytes);
 
-  /// As if the agent's process had died (the socket file of a path stays) and come back. listen() takes the same URL.
+  /// As if the agent's process had died (the socket file stays) and come back.
   void die();
   void listen();
 
@@ -73,10 +71,8 @@ class StandInAgent {
   void run();
   [[nodiscard]] bool readFrom(Connections::value_type& connection);
   [[nodiscard]] bool takeImages(Connections::value_type& connection);
-  [[nodiscard]] int find(int number) const;
 
-  const std::string path_;  // empty for TCP
-  int port_ = 0;            // TCP: fixed by the first listen()
+  const std::string path_;
   int listener_ = -1;
 
   mutable std::mutex mutex_;  // guards everything below, also while bytes are sent
