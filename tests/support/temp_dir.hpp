@@ -1,15 +1,27 @@
-// A fresh directory that is removed with all it holds when the test ends.
+// A fresh directory that is removed with all it holds when the test ends, and small files.
 #pragma once
 
+#include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
 #include <string>
+#include <system_error>
 
 namespace zal::test {
 
 class TempDir {
  public:
-  TempDir();
-  ~TempDir();
+  TempDir() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "zal-test-XXXXXX").string();
+    if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("cannot make a temporary directory");
+    path_ = pattern;
+  }
+  ~TempDir() {
+    std::error_code ignored;  // a directory that cannot be removed must not end the test program
+    std::filesystem::remove_all(path_, ignored);
+  }
   TempDir(const TempDir&) = delete;
   TempDir& operator=(const TempDir&) = delete;
 
@@ -21,7 +33,13 @@ class TempDir {
 };
 
 /// Writes `text` to a file, replacing what it held.
-void writeFile(const std::string& path, const std::string& text);
-std::string readFile(const std::string& path);
+inline void writeFile(const std::string& path, const std::string& text) {
+  std::ofstream{path, std::ios::binary | std::ios::trunc} << text;
+}
+
+inline std::string readFile(const std::string& path) {
+  std::ifstream in{path, std::ios::binary};
+  return {std::istreambuf_iterator<char>{in}, {}};
+}
 
 }  // namespace zal::test
