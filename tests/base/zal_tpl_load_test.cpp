@@ -1,14 +1,11 @@
 // Loading and unpacking images of both byte orders. Streams of images, and looks into single ones, are tested in
-// zal_tpl_gather_test.cpp, damaged ones by fuzz_tpl_load.
-#include <fcntl.h>
+// zal_tpl_gather_test.cpp, damaged ones by fuzz_tpl_load, files and descriptors by fuzz_tpl_files.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <climits>
 #include <cstdint>
 
 #include "tests/base/tpl_fixture.hpp"
-#include "tests/support/process.hpp"
 #include "tests/support/temp_dir.hpp"
 
 namespace zal::test {
@@ -175,6 +172,10 @@ TEST_F(TplLoad, TakesWhatTheSameMapHasPackedAndSaysWhatItCannotTake) {
   EXPECT_EQ(tpl_unpack(map.get(), 0), 1);
   EXPECT_EQ(value, 7);
 
+  const TempDir directory;
+  const std::string path = directory.file("image");
+  EXPECT_EQ(tpl_jot(TPL_VIA_FILE, path.c_str(), "u", &value), 0);
+  EXPECT_EQ(tpl_load(map.get(), TPL_VIA_FILE, path.c_str()), -1);
   EXPECT_EQ(tpl_load(map.get(), TPL_VIA_FILE, "/no/image"), -1);
   EXPECT_EQ(tpl_load(map.get(), 0), -1);
   EXPECT_EQ(tpl_dump(map.get(), 0), -1);
@@ -182,46 +183,11 @@ TEST_F(TplLoad, TakesWhatTheSameMapHasPackedAndSaysWhatItCannotTake) {
   EXPECT_EQ(tpl_peek(0), nullptr);
   EXPECT_EQ(tpl_peek(TPL_VIA_FILE | TPL_FXLENS | TPL_DATAPEEK), nullptr);
   EXPECT_EQ(hook_.takeReports(),
-            "Couldn't open file /no/image: No such file or directory\ntpl_load failed for file /no/image\n"
-            "unsupported tpl_load mode 0\nunsupported tpl_dump mode 0\nerror: tpl_load to non-root node\n"
-            "unsupported tpl_peek mode 0\nTPL_FXLENS and TPL_DATAPEEK mutually exclusive\n");
-}
-
-TEST_F(TplLoad, LoadsFromFilesDescriptorsAndOwnedMemory) {
-  const long open = entriesOf("/proc/self/fd");
-  std::uint32_t u = 7;
-  const TempDir directory;
-  const std::string path = directory.file("image");
-  writeFile(path, std::string(20000, 'o'));
-  int ends[2];
-  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
-  void* owned = nullptr;
-  std::size_t size = 0;
-  ASSERT_EQ(tpl_jot(TPL_VIA_FILE, path.c_str(), "u", &u), 0);
-  ASSERT_EQ(tpl_jot(TPL_VIA_FD, ends[1], "u", &u), 0);
-  ASSERT_EQ(tpl_jot(TPL_VIA_MEM, &owned, &size, "u", &u), 0);
-  ASSERT_EQ(tpl_jot(TPL_VIA_FD, ends[1], "i", &u), 0);
-  close(ends[1]);
-  {
-    const Map map = mapOf("u", &u);
-    const Map other = mapOf("i", &u);
-    const auto unpacked = [&] {
-      u = 0;
-      return tpl_unpack(map.get(), 0) == 1 ? u : 0;
-    };
-    EXPECT_EQ(tpl_load(other.get(), TPL_VIA_FILE, path.c_str()), -1);
-    EXPECT_EQ(hook_.takeReports(), path + ": format signature mismatch\n");
-    EXPECT_EQ(tpl_load(map.get(), TPL_VIA_FILE, path.c_str()), 0);
-    EXPECT_EQ(unpacked(), 7U);
-    EXPECT_EQ(tpl_load(map.get(), TPL_VIA_MEM | TPL_OWN_IMAGE, owned, size), 0);
-    EXPECT_EQ(unpacked(), 7U);
-    EXPECT_EQ(tpl_load(map.get(), TPL_VIA_FD, ends[0]), 0);
-    EXPECT_EQ(unpacked(), 7U);
-    EXPECT_EQ(tpl_load(map.get(), TPL_VIA_FD, ends[0]), -1) << "another format, whose image is not kept";
-  }
-  close(ends[0]);
-  EXPECT_EQ(hook_.blocks(), 0U);
-  EXPECT_EQ(entriesOf("/proc/self/fd"), open);
+            path +
+                ": format signature mismatch\n"
+                "Couldn't open file /no/image: No such file or directory\ntpl_load failed for file /no/image\n"
+                "unsupported tpl_load mode 0\nunsupported tpl_dump mode 0\nerror: tpl_load to non-root node\n"
+                "unsupported tpl_peek mode 0\nTPL_FXLENS and TPL_DATAPEEK mutually exclusive\n");
 }
 
 }  // namespace
