@@ -264,42 +264,6 @@ TEST_F(EventLoop, LeavesCommandsToAStoppedThreadUntilThatHasLeft) {
   ZAL_EventLoop_StopPoll(loop_, refused);
 }
 
-TEST_F(EventLoop, ServesManyThreadsWhileItIsStoppedAndRunAgain) {
-  constexpr int kThreads = 8;
-  constexpr int kRounds = 60;
-  std::atomic<int> closed{0};
-  std::atomic<int> jobs{0};
-  std::atomic<int> left{kThreads};
-  Body onClosed = [&] { ++closed; };
-  Body job = [&] { ++jobs; };
-  Body tick = [] {};
-  std::vector<std::array<uv_async_t, kRounds>> asyncs(kThreads);
-  for (auto& own : asyncs)
-    for (auto& async : own) openHandle(async, onClosed);
-
-  std::vector<std::thread> threads;
-  for (auto& own : asyncs)
-    threads.emplace_back([&] {
-      for (auto& async : own) {
-        uv_timer_t* timer = ZAL_EventLoop_StartTimer(loop_, runBody, 0, 1, &tick);
-        queueJob(job);
-        closeHandle(async);
-        ZAL_EventLoop_StopTimer(loop_, timer);
-      }
-      --left;
-    });
-  while (left > 0) {
-    ZAL_EventLoop_Run(loop_);
-    ZAL_EventLoop_Stop(loop_);
-  }
-  for (std::thread& thread : threads) thread.join();
-  destroy();
-
-  EXPECT_EQ(closed, kThreads * kRounds);
-  EXPECT_EQ(jobs, kThreads * kRounds);
-  EXPECT_EQ(log_.text(), "");
-}
-
 TEST_F(EventLoop, RunsJobsOnWorkersAndWaitsForThemInDestroy) {
   std::atomic<int> jobs{0};
   Body job = [&, caller = pthread_self()] {
