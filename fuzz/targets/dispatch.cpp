@@ -94,7 +94,8 @@ int throwAway(ZAL_MessageHandle /*request*/, ZAL_MessageHandle /*response*/, voi
 }
 
 /// A dataset, all of which is added: the filter of the request takes its part.
-int tell(ZAL_MessageHandle /*request*/, ZAL_MessageHandle response, ZAL_MessageHandle /*context*/) {
+int tell(ZAL_MessageHandle /*request*/, ZAL_MessageHandle response, ZAL_MessageHandle sameResponse) {
+  FUZZ_CHECK(response == sameResponse);
   ZAL_ObjectHandle top = ZAL_TelemetryObject_Create(response);
   ZAL_ObjectHandle cpu = ZAL_Object_AddObject(ZAL_Object_AddObject(top, "system"), "cpu");
   ZAL_Object_AddDouble(cpu, "load", 0.5);

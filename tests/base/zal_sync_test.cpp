@@ -7,25 +7,6 @@
 
 namespace {
 
-TEST(Mutex, LetsOneThreadInAtATime) {
-  const ZAL_MutexHandle mutex = ZAL_Mutex_Create();
-  int count = 0;  // plain, so that the sum and the thread sanitizer tell
-  const auto addMany = [&] {
-    for (int round = 0; round < 20000; ++round) {
-      ZAL_Mutex_Lock(mutex);
-      ++count;
-      ZAL_Mutex_Unlock(mutex);
-    }
-  };
-
-  std::thread other{addMany};
-  addMany();
-  other.join();
-
-  EXPECT_EQ(count, 40000);
-  ZAL_Mutex_Destroy(mutex);
-}
-
 // The longest time-out must not wrap into the past, on either word size.
 TEST(Cond, HandsEverySignalToAWaiterAndKeepsOneForOneWait) {
   const ZAL_CondHandle asked = ZAL_Cond_Create();

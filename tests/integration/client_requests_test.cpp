@@ -118,32 +118,6 @@ TEST_F(ClientRequests, AnExceptionOfAHandlerIsLoggedAndItsAnswerSentAsItIs) {
   EXPECT_TRUE(log.contains("unexpected failure: of the program, not of the library's C++ runtime\n"));
 }
 
-/// A dataset that adds everything it has, and leaves the choice to the filter.
-int describeDevice(ZAL_MessageHandle request, ZAL_MessageHandle response, ZAL_MessageHandle sameResponse) {
-  EXPECT_EQ(response, sameResponse);
-  EXPECT_STREQ(ZAL_Message_GetFilter(request), "system?include=cpu&exclude=cpu/temp");
-  ZAL_ObjectHandle data = ZAL_TelemetryObject_Create(response);
-  ZAL_ObjectHandle system = ZAL_Object_AddObject(data, "system");
-  ZAL_Object_AddString(system, "hostname", "gateway");
-  ZAL_ObjectHandle cpu = ZAL_Object_AddObject(system, "cpu");
-  ZAL_Object_AddInt32(cpu, "load", 12);
-  ZAL_Object_AddInt32(cpu, "temp", 60);
-  ZAL_Message_SetData(response, data);
-  return 0;
-}
-
-TEST_F(ClientRequests, ADatasetAnswersTheMembersThatItsFilterLetsThrough) {
-  ZAL_ServiceHandle telemetry = ZAL_TelemetryService_Create();
-  ZAL_TelemetryService_AddDataset(telemetry, "device", describeDevice);
-  ZAL_Client_AddService(client_.get(), telemetry);
-  start();
-
-  const auto response = call(requestOf("device/system?include=cpu&exclude=cpu/temp", 8, {}, "telemetry"));
-
-  ASSERT_TRUE(response);
-  EXPECT_EQ(dataOf(response->payload), R"({"system":{"cpu":{"load":12}}})");
-}
-
 TEST_F(ClientRequests, EventsCarryTheNameOfTheSystemOrOfTheirService) {
   start();
   const auto makeEvent = [] {
