@@ -1,6 +1,6 @@
 // The connection to the agent: what is said first, how the client comes back, which callbacks tell of it, and how the
 // client ends it. Broken connections and configurations of all kinds, over both transports, come from zal_chaos, ends
-// in the middle of traffic from zal_threads.
+// amid traffic from zal_threads.
 #include <mutex>
 
 #include "tests/integration/client_with_agent.hpp"
@@ -126,7 +126,7 @@ TEST_F(ClientConnection, IsStoppedByItsOwnHandlerButNotDestroyed) {
 
   ASSERT_TRUE(agent_.send({requestOf("end", 1)}));
 
-  ASSERT_TRUE(agent_.waitForOpen(0));
+  ASSERT_TRUE(agent_.waitForEnd());
   ZAL_Client_Start(client_.get());
   EXPECT_TRUE(waitForSubscription(2));
   EXPECT_TRUE(call(requestOf("get", 2)));
@@ -145,13 +145,13 @@ TEST_F(ClientConnection, LeavesNoDescriptorAndNoThreadBehind) {
     }
   };
   live();  // what the process makes once stays: the worker pool and what libuv keeps
-  ASSERT_TRUE(agent_.waitForOpen(0));
+  ASSERT_TRUE(agent_.waitForEnd());
   const long descriptors = entriesOf("/proc/self/fd");
   const long threads = entriesOf("/proc/self/task");
 
   for (int cycle = 0; cycle < 20; ++cycle) live();
 
-  ASSERT_TRUE(agent_.waitForOpen(0));
+  ASSERT_TRUE(agent_.waitForEnd());
   EXPECT_TRUE(waitUntil([&] { return entriesOf("/proc/self/fd") <= descriptors; })) << entriesOf("/proc/self/fd");
   EXPECT_TRUE(waitUntil([&] { return entriesOf("/proc/self/task") <= threads; })) << entriesOf("/proc/self/task");
 }

@@ -1,8 +1,8 @@
 #include "tests/support/stand_in_agent.hpp"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
-#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -82,8 +82,8 @@ std::vector<StandInAgent::Received> StandInAgent::received() const {
   return received_;
 }
 
-bool StandInAgent::waitForOpen(std::size_t count) const {
-  return waitFor([&](const auto&) { return connections_.size() == count; });
+bool StandInAgent::waitForEnd() const {
+  return waitFor([&](const auto&) { return socket_ < 0; });
 }
 
 bool StandInAgent::waitFor(const std::function<bool(const std::vector<Received>&)>& condition) const {
@@ -106,68 +106,61 @@ std::optional<WireRecord> StandInAgent::waitForRecord(const std::function<bool(c
 
 bool StandInAgent::sendBytes(std::string_view bytes) {
   const std::lock_guard hold{mutex_};
-  return !connections_.empty() && sendAll(connections_.rbegin()->second.socket, bytes);
+  return sendAll(socket_, bytes);
 }
 
 void StandInAgent::die() {
   if (!thread_.joinable()) return;
   shutdown(listener_, SHUT_RDWR);
+  {
+    const std::lock_guard hold{mutex_};
+    isDead_ = true;
+    shutdown(socket_, SHUT_RDWR);
+  }
   thread_.join();
   close(listener_);
-  const std::lock_guard hold{mutex_};
-  for (const auto& connection : connections_) close(connection.second.socket);
-  connections_.clear();
 }
 
 void StandInAgent::listen() {
+  isDead_ = false;
   listener_ = listenAtPath(path_);
-  thread_ = std::thread{[this] { run(); }};
+  fcntl(listener_, F_SETFL, 0);  // accept is to wait
+  thread_ = std::thread{[this] {
+    for (int accepted = 0; (accepted = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) serve(accepted);
+  }};
 }
 
-void StandInAgent::run() {
-  for (;;) {
-    std::vector<pollfd> watched{{listener_, POLLIN, 0}};
-    // This thread alone adds and removes connections, so that it may look at them without the lock.
-    for (const auto& connection : connections_) watched.push_back({connection.second.socket, POLLIN, 0});
-    poll(watched.data(), watched.size(), -1);
-    if ((watched[0].revents & POLLHUP) != 0) return;
-
+/// Reads up to the end, also one inside an image: a client that stops may leave half of one behind.
+void StandInAgent::serve(int socket) {
+  {
     const std::lock_guard hold{mutex_};
-    std::size_t i = 0;
-    for (auto at = connections_.begin(); at != connections_.end();) {
-      const auto connection = at++;
-      if (watched[++i].revents == 0 || readFrom(*connection)) continue;
-      close(connection->second.socket);
-      connections_.erase(connection);
-    }
-    const int accepted = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
-    if (accepted >= 0) connections_.emplace(++accepted_, Connection{accepted});
+    socket_ = socket;
+    ++connections_;
+    if (isDead_) shutdown(socket, SHUT_RDWR);
   }
-}
-
-/// False when nothing more can come, also inside an image: a client that stops may leave half of one behind.
-bool StandInAgent::readFrom(Connections::value_type& connection) {
+  std::string pending;
   std::array<char, 65536> block;
-  const ssize_t count = recv(connection.second.socket, block.data(), block.size(), 0);
-  if (count <= 0) return false;
-  connection.second.pending.append(block.data(), static_cast<std::size_t>(count));
-  return takeImages(connection);
+  for (ssize_t count = 0; takeImages(pending) && (count = recv(socket, block.data(), block.size(), 0)) > 0;)
+    pending.append(block.data(), static_cast<std::size_t>(count));
+  const std::lock_guard hold{mutex_};
+  socket_ = -1;
+  close(socket);
 }
 
-bool StandInAgent::takeImages(Connections::value_type& connection) {
-  auto& [number, from] = connection;
-  while (from.pending.size() >= kImageHeaderSize) {
-    const std::size_t length = announcedLength(from.pending);
-    if (length > from.pending.size()) break;
-    const auto image = decodeImage(from.pending.substr(0, length));
+bool StandInAgent::takeImages(std::string& pending) {
+  while (pending.size() >= kImageHeaderSize) {
+    const std::size_t length = announcedLength(pending);
+    if (length > pending.size()) break;
+    const auto image = decodeImage(pending.substr(0, length));
     if (!image) {
-      ADD_FAILURE() << "connection " << number << " sent what is no image of records";
+      ADD_FAILURE() << "connection " << connections_ << " sent what is no image of records";
       return false;
     }
-    from.pending.erase(0, length);
-    received_.push_back({number, *image});
+    pending.erase(0, length);
+    const std::lock_guard hold{mutex_};
+    received_.push_back({connections_, *image});
     if (configuration_ && !image->empty() && image->front().code == kGetConfigCode)
-      sendAll(from.socket, encodeImage({{.code = kConfigCode, .payload = *configuration_}}));
+      sendAll(socket_, encodeImage({{.code = kConfigCode, .payload = *configuration_}}));
   }
   return true;
 }

@@ -7,7 +7,6 @@
 #pragma once
 
 #include <functional>
-#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -44,8 +43,8 @@ class StandInAgent {
   /// From now on, each code 7 is answered with a code 8 that carries this payload (which may be empty).
   void answerConfiguration(std::string json);
 
-  /// Waits until so many connections are open.
-  [[nodiscard]] bool waitForOpen(std::size_t count) const;
+  /// Waits until no connection is open.
+  [[nodiscard]] bool waitForEnd() const;
   /// What arrived so far, in order.
   [[nodiscard]] std::vector<Received> received() const;
   /// Waits until `condition` holds for what arrived; false when the deadline passes first.
@@ -53,7 +52,7 @@ class StandInAgent {
   /// The first record that fits, arrived already or yet to come.
   [[nodiscard]] std::optional<WireRecord> waitForRecord(const std::function<bool(const WireRecord&)>& fits) const;
 
-  /// Sends to the newest connection; false when there is none or it broke.
+  /// Sends to the client; false when there is no connection or it broke.
   bool send(const WireImage& image) { return sendBytes(encodeImage(image)); }
   bool sendBytes(std::string_view bytes);
 
@@ -62,22 +61,16 @@ class StandInAgent {
   void listen();
 
  private:
-  struct Connection {
-    int socket;
-    std::string pending{};
-  };
-  using Connections = std::map<int, Connection>;  // by number
-
-  void run();
-  [[nodiscard]] bool readFrom(Connections::value_type& connection);
-  [[nodiscard]] bool takeImages(Connections::value_type& connection);
+  void serve(int socket);
+  [[nodiscard]] bool takeImages(std::string& pending);
 
   const std::string path_;
   int listener_ = -1;
 
   mutable std::mutex mutex_;  // guards everything below, also while bytes are sent
-  Connections connections_;
-  int accepted_ = 0;
+  bool isDead_ = false;
+  int socket_ = -1;  // of the present connection
+  int connections_ = 0;
   std::vector<Received> received_;
   std::optional<std::string> configuration_;
 
