@@ -96,6 +96,7 @@ enum CallNumber : std::size_t {
   kPthreadSigmask,
   kSemClockwait,
   kClockGettime,
+  kUvAccept,
   kCalls
 };
 
@@ -135,6 +136,7 @@ constexpr std::array<Call, kCalls> kTable = {{
     {"pthread_sigmask", kAny},
     {"sem_clockwait", {EINTR, EAGAIN, ETIMEDOUT, EINVAL, EIO}},
     {"clock_gettime", kAny},
+    {"uv_accept", kAny},
 }};
 
 std::atomic<std::size_t> plannedCall{kCalls};
@@ -246,6 +248,14 @@ int stand_in_close(int file) {
   static auto* const real = faults::next<int(int)>("close");
   const int result = real(file);
   return faults::fails(faults::kClose, __builtin_return_address(0)) ? -1 : result;
+}
+
+/// libuv's own, since no system call makes it fail. The stream is open all the same.
+int stand_in_uv_accept(void* listener, void* stream) __asm__("uv_accept");
+int stand_in_uv_accept(void* listener, void* stream) {
+  static auto* const real = faults::next<int(void*, void*)>("uv_accept");
+  const int result = real(listener, stream);
+  return faults::fails(faults::kUvAccept, __builtin_return_address(0)) ? -errno : result;
 }
 
 ssize_t stand_in_write(int file, const void* buffer, size_t size) __asm__("write");
