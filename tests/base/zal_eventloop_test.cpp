@@ -117,6 +117,12 @@ TEST_F(EventLoop, FiresTimersOnItsNamedThreadAndNeverEarly) {
 }
 
 TEST_F(EventLoop, RefusesWhatItCannotUse) {
+  const Body stopTwice = [&] {
+    uv_timer_t* timer = ZAL_EventLoop_StartTimer(loop_, runBody, 1000, 0, nullptr);
+    ZAL_EventLoop_StopTimer(loop_, timer);
+    ZAL_EventLoop_StopTimer(loop_, timer);
+    ZAL_EventLoop_ExecuteCommands(loop_);
+  };
   const struct {
     const char* line;
     Body call;
@@ -136,6 +142,8 @@ TEST_F(EventLoop, RefusesWhatItCannotUse) {
        [&] { ZAL_EventLoop_AsyncSend(loop_); }},
       {"", [&] { ZAL_EventLoop_Run(loop_); }},
       {"EventLoop loop under test already running\n", [&] { ZAL_EventLoop_Run(loop_); }},
+      {"EventLoop loop under test already running\n", [&] { onLoopThread([&] { ZAL_EventLoop_Run(loop_); }); }},
+      {"is already closed or closing", [&] { onLoopThread(stopTwice); }},
       {"ZAL_EventLoop_IdleInit should be called before the loop starts",
        [&] { ZAL_EventLoop_IdleInit(loop_, runBody, nullptr); }},
       {"Event Loop (loop under test) cannot be destroyed on its own thread\n",
@@ -293,28 +301,30 @@ TEST_F(EventLoop, InstallsItsAsyncOnAnyThreadWhileItRuns) {
     ZAL_EventLoop_AsyncSend(loop_);
     EXPECT_TRUE(waitUntil([&] { return hasCome.load(); }));
     destroy();
-    loop_ = ZAL_EventLoop_Create(0, "loop under test");
+    loop_ = ZAL_EventLoop_Create(0, nullptr);
   }
 }
 
-TEST_F(EventLoop, RunsJobsInAForkedChild) {
+TEST_F(EventLoop, StartsAPoolOfItsOwnInAForkedChild) {
 #ifdef __SANITIZE_THREAD__
   GTEST_SKIP() << "ThreadSanitizer ends a child that starts threads";
 #endif
-  std::atomic<bool> isDone{false};
-  Body job = [&] { isDone = true; };
-  queueJob(job);
-  ZAL_EventLoop_Run(loop_);
-  ASSERT_TRUE(waitUntil([&] { return isDone.load(); }));
-
-  const auto useLoopInChild = [&] {
-    isDone = false;
-    loop_ = ZAL_EventLoop_Create(0, "child");
+  constexpr int kNotRun = 2;
+  std::atomic<int> blockedInJob{kNotRun};
+  Body job = [&] { blockedInJob = isSigpipeBlocked() ? 1 : 0; };
+  const auto runJob = [&] {
     ZAL_EventLoop_Run(loop_);
     queueJob(job);
-    _exit(waitUntil([&] { return isDone.load(); }) ? 0 : 1);
+    return waitUntil([&] { return blockedInJob != kNotRun; }) ? blockedInJob.load() : kNotRun;
   };
-  EXPECT_EXIT(useLoopInChild(), ::testing::ExitedWithCode(0), "");
+  ASSERT_EQ(runJob(), 0);
+
+  const auto runJobInChild = [&] {
+    blockedInJob = kNotRun;
+    loop_ = ZAL_EventLoop_Create(0, "child");
+    _exit(runJob());
+  };
+  EXPECT_EXIT(runJobInChild(), ::testing::ExitedWithCode(0), "");
 }
 
 TEST_F(EventLoop, HoldsSigpipeBackFromItsThreadAndFromNothingElse) {
@@ -376,6 +386,7 @@ TEST(DefaultLoop, IsDestroyedOnlyWhenTheThreadThatRunsItHasLeft) {
   std::atomic<bool> isRunning{false};
   std::atomic<bool> hasLeft{false};
   Body lastCallback = [&] {
+    ZAL_EventLoop_Destroy(loop);  // refused: it is its own thread
     isRunning = true;
     waitUntil([&] { return !isRunning; });  // until the loop has been told to stop
     const auto now = Clock::now();
@@ -398,13 +409,17 @@ TEST(DefaultLoop, IsDestroyedOnlyWhenTheThreadThatRunsItHasLeft) {
 TEST(DefaultLoop, IsMadeAnewOnlyWhenItsTeardownHasEnded) {
   ZAL_EventLoopContext loop = ZAL_EventLoop_Create(1, "old");
   ZAL_EventLoopContext next = nullptr;
+  std::atomic<bool> isRefused{false};
   std::atomic<bool> isMade{false};
   std::thread creator;
   Body onClosed = [&] {
     creator = std::thread{[&] {
+      ZAL_EventLoop_Run(loop);
+      isRefused = true;
       next = ZAL_EventLoop_Create(1, "next");
       isMade = true;
     }};
+    EXPECT_TRUE(waitUntil([&] { return isRefused.load(); }));
     const auto now = Clock::now();
     while (Clock::now() - now < milliseconds{20}) continue;
     EXPECT_FALSE(isMade);
@@ -482,7 +497,8 @@ TEST(EventLoopExit, IsNotHeldUpByAWatch) {
 TEST_F(EventLoop, RunsItsIdleCallbackInEachIterationOfOneRun) {
   std::atomic<int> runs{0};
   Body count = [&] { ++runs; };
-  ZAL_EventLoop_IdleInit(loop_, runBody, &count);
+  Body unused = [] { FAIL() << "another has taken its place"; };
+  for (Body* body : {&unused, &count}) ZAL_EventLoop_IdleInit(loop_, runBody, body);
   ZAL_EventLoop_Run(loop_);
   EXPECT_TRUE(waitUntil([&] { return runs > 10; }));
   ZAL_EventLoop_Stop(loop_);
