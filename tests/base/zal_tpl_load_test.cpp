@@ -44,12 +44,12 @@ const struct Format {
   std::string little;
   std::string big;
 } kFormats[] = {
-    {"iucfIUjvsBs#c##",
+    {"iucfIUjvss#c##B",
      [](const char* text, Variables& v) {
-       return mapOf(text, &v.i, &v.u, v.c, &v.f, &v.I, &v.U, &v.j, &v.v, v.s, &v.B, v.s + 1, 2, v.c + 1, 2, 2);
+       return mapOf(text, &v.i, &v.u, v.c, &v.f, &v.I, &v.U, &v.j, &v.v, v.s, v.s + 1, 2, v.c + 1, 2, 2, &v.B);
      },
-     bytes("\2\0\0\0\2\0\0\0\2\0\0\0iklmuvwxcfabcdefgIABCDEFGUKLMNOPQjkvw\4\0\0\0txt\4\0\0\0blob\0\0\0\0\1\0\0\0cdef"),
-     bytes("\0\0\0\2\0\0\0\2\0\0\0\2mlkixwvucgfedcbafGFEDCBAIQPONMLKUkjwv\0\0\0\4txt\0\0\0\4blob\0\0\0\0\0\0\0\1cdef")},
+     bytes("\2\0\0\0\2\0\0\0\2\0\0\0iklmuvwxcfabcdefgIABCDEFGUKLMNOPQjkvw\4\0\0\0txt\0\0\0\0\1\0\0\0cdef\4\0\0\0blob"),
+     bytes("\0\0\0\2\0\0\0\2\0\0\0\2mlkixwvucgfedcbafGFEDCBAIQPONMLKUkjwv\0\0\0\4txt\0\0\0\0\0\0\0\1cdef\0\0\0\4blob")},
     {"S(ci$(sfj)U)v", [](const char* text, Variables& v) { return mapOf(text, &v.nested, &v.v); },
      bytes("ciklm\4\0\0\0txtfabcdefgjkUKLMNOPQvw"), bytes("cmlki\0\0\0\4txtgfedcbafkjQPONMLKUwv")},
     {"S(js)##A(S(js)#uA(I))",
@@ -133,16 +133,17 @@ TEST_F(TplLoad, SaysWhyAnImageIsRejected) {
   std::int32_t numbers[4] = {};
   const Map map = mapOf("i#", numbers, 4);
   const std::string invalid = "not a valid tpl file\n";
+  const std::string image = jot("i#", numbers, 4);
+  const auto altered = [&](std::size_t at, char byte) { return image.substr(0, at) + byte + image.substr(at + 1); };
   const struct {
     std::string image;
     std::string report;
   } kRows[] = {
-      {"tpl", invalid},
-      {bytes("tpl\0\x0a\0\0\0i#"), invalid},
-      {"T" + jot("i#", numbers, 4).substr(1), invalid},
-      {jot("i#", numbers, 4) + "more", invalid},
-      {jot("u#", numbers, 4), "format signature mismatch\n"},
-      {jot("i#", numbers, 3), invalid},
+      {"tpl", invalid},           {bytes("tpl\0\x0a\0\0\0i#"), invalid},
+      {altered(0, 'T'), invalid}, {altered(3, 4), invalid},  // a flag that there is not
+      {altered(4, 30), invalid},                             // a byte less than there are
+      {altered(11, 3), invalid},                             // another count
+      {image + "more", invalid},  {jot("u#", numbers, 4), "format signature mismatch\n"},
   };
 
   for (const auto& row : kRows) {
