@@ -5,6 +5,7 @@
 #include <tuple>
 
 #include "base/zal_message.hpp"
+#include "support/memory.hpp"
 #include "tests/support/data_model.hpp"
 #include "tests/support/log_capture.hpp"
 
@@ -87,6 +88,10 @@ TEST(PrunedTree, KeepsWhatTheFilterNames) {
     ZAL_Object_AddJson(answer.get(), key, cJSON_Parse(tree));
     EXPECT_EQ(textOf(answer.get()), left) << filter << ' ' << tree;
   }
+  const zal::JsonPtr top{cJSON_Parse(R"({"a":{"b":1,"c":2},"d":3})")};
+  cJSON* part = top->child;  // of which the filter knows the whole way
+  filterPruneTree("a/b", top.get(), &part, top.get());
+  EXPECT_EQ(take(cJSON_PrintUnformatted(top.get())), R"({"a":{"b":1},"d":3})");
 }
 
 TEST(PrunedTree, MayBeDeeperThanASmallStack) {

@@ -85,6 +85,17 @@ TEST(ObjectGetters, ReadNumbersTextsAndBooleans) {
   EXPECT_EQ(ZAL_Object_GetString(top.get(), "n"), nullptr);
 }
 
+TEST(ObjectGetters, ReportHandlesThatAreNull) {
+  const LogCapture log;
+  EXPECT_EQ(read(nullptr, "a", ZAL_Object_GetInt32), std::nullopt);
+  EXPECT_EQ(ZAL_Object_GetObject(nullptr, "a"), nullptr);
+  EXPECT_EQ(textOf(nullptr), "(null)");
+  ZAL_Object_Destroy(nullptr);
+  for (const char* line : {"GetInt32(): Invalid handle\n", "GetObject(): invalid ZAL_ObjectHandle\n",
+                           "Invalid input to ZAL_Object_DumpOutput\n", "Invalid input to ZAL_Object_Destroy\n"})
+    EXPECT_TRUE(log.contains(line)) << line;
+}
+
 TEST(ObjectPaths, LeadThroughMembersAndElements) {
   const HandlePtr top = parse(R"({"a":{"B":[1,[2],{"c":{"d":3}}],"x[":4},"ports":[5,6]})");
   const LogCapture log;
