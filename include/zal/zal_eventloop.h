@@ -178,7 +178,7 @@ ZAL_EXPORT void* ZAL_EventLoop_GetPollContext(const void* handle) ZAL_NOEXCEPT;
  * Ownership: the watch belongs to its worker. The pointer is good for one ZAL_EventLoop_StopFs, or until the loop is
  *            destroyed or the process exits, which end the watch too; each takes about a second at most.
  * Threads:   any thread.
- * Errors:    logged at level 5. If the watch ends by itself, for want of memory on the worker, that is logged as well.
+ * Errors:    logged at level 5. A watch that cannot read its events tries again every second.
  * Source:    inotify(7)
  *
  * @return the watch, or null: no such path, no descriptor, no memory

@@ -4,10 +4,10 @@
 #include <sys/inotify.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -15,14 +15,16 @@
 
 #include "base/zal_eventloop/eventloop.hpp"
 #include "support/log.hpp"
-#include "support/memory.hpp"
 
 struct ZAL_EventLoopFsWatch_ {
+  static constexpr std::size_t kBufferSize = 8192;
+
   int inotify = -1;
   int watch = -1;
   std::atomic<std::uint8_t> isRunning{0};
   ZAL_EventLoopFsCallback callback = nullptr;
   const zal::eventloop::Loop* loop = nullptr;  ///< lives longer: its destruction waits for the job
+  std::array<char, kBufferSize> buffer;        ///< here, so that the job does not fail for want of memory
 
   ZAL_EventLoopFsWatch_() = default;
   ~ZAL_EventLoopFsWatch_() {
@@ -39,7 +41,6 @@ namespace {
 using Watch = ZAL_EventLoopFsWatch_;
 
 constexpr int kPollMs = 1000;
-constexpr std::size_t kBufferSize = 8192;
 constexpr char kStarter[] = "ZAL_EventLoop_StartFs";
 
 std::atomic<bool> isExiting{false};
@@ -49,7 +50,7 @@ const struct EndAtExit {
   ~EndAtExit() { isExiting.store(true); }
 } endAtExit;
 
-/// A watch ends when it is stopped, or with its loop, or with the process.
+/// A watch ends when it is stopped, or with its loop, or with the process; not by itself, since a stop may yet come.
 bool shallRun(const Watch& watch) noexcept {
   return watch.isRunning.load() != 0 && watch.loop->phase.load() != Phase::kClosing && !isExiting.load();
 }
@@ -66,24 +67,20 @@ void deliver(Watch& watch, std::string_view bytes) noexcept {
   }
 }
 
-/// Waits for events for one time-out at most and delivers them; false when the descriptor is of no more use.
-bool serveOnce(Watch& watch, char* buffer) noexcept {
+/// Waits for events for one time-out at most and delivers them. What fails is tried again after the time-out.
+void serveOnce(Watch& watch) noexcept {
   pollfd waiting{watch.inotify, POLLIN, 0};
-  if (poll(&waiting, 1, kPollMs) <= 0 || !shallRun(watch)) return true;
-  const ssize_t count = read(watch.inotify, buffer, kBufferSize);
-  if (count > 0) deliver(watch, {buffer, static_cast<std::size_t>(count)});
-  return count > 0 || errno == EAGAIN || errno == EINTR;
+  const int ready = poll(&waiting, 1, kPollMs);
+  if (ready == 0 || !shallRun(watch)) return;
+  const ssize_t count = ready > 0 ? read(watch.inotify, watch.buffer.data(), watch.buffer.size()) : -1;
+  if (count > 0) return deliver(watch, {watch.buffer.data(), static_cast<std::size_t>(count)});
+  if (errno != EINTR) poll(nullptr, 0, kPollMs);
 }
 
 /// The job of a watch, on a thread of the pool.
 void fs_work_cb(uv_work_t* request) noexcept {
   const std::unique_ptr<Watch> watch{static_cast<Watch*>(request->data)};
-  const CPtr<char> buffer{static_cast<char*>(std::calloc(1, kBufferSize))};
-  if (!buffer) {
-    ZAL_LOG_AS(ZAL_LOG_ERROR, kStarter, "Unable to allocate memory for a file watch\n");
-    return;
-  }
-  while (shallRun(*watch) && serveOnce(*watch, buffer.get())) continue;
+  while (shallRun(*watch)) serveOnce(*watch);
 }
 
 }  // namespace
