@@ -25,8 +25,11 @@ namespace faults {
 
 namespace {
 
+enum class Library { kNone, kOwn, kLibuv };
+
 /// The code of one library in memory.
 struct Code {
+  Library library;
   std::uintptr_t begin;
   std::uintptr_t end;
 };
@@ -38,24 +41,24 @@ struct Watched {
 
   Watched() noexcept { dl_iterate_phdr(add, this); }
 
-  [[nodiscard]] bool holds(const void* address) const noexcept {
+  [[nodiscard]] Library at(const void* address) const noexcept {
     const auto place = reinterpret_cast<std::uintptr_t>(address);
     for (std::size_t i = 0; i < used; ++i)
-      if (place >= code[i].begin && place < code[i].end) return true;
-    return false;
+      if (place >= code[i].begin && place < code[i].end) return code[i].library;
+    return Library::kNone;
   }
 
  private:
   static int add(dl_phdr_info* info, std::size_t /*size*/, void* self) noexcept {
     const std::string_view name{info->dlpi_name};
-    if (name.find("libuv.so") == std::string_view::npos && name.find("libzal-client.so") == std::string_view::npos)
-      return 0;
+    const bool isLibuv = name.find("libuv.so") != std::string_view::npos;
+    if (!isLibuv && name.find("libzal-client.so") == std::string_view::npos) return 0;
     auto& watched = *static_cast<Watched*>(self);
     for (int i = 0; i < info->dlpi_phnum; ++i) {
       const auto& segment = info->dlpi_phdr[i];
       if (segment.p_type != PT_LOAD || (segment.p_flags & PF_X) == 0 || watched.used == watched.code.size()) continue;
       const std::uintptr_t begin = info->dlpi_addr + segment.p_vaddr;
-      watched.code[watched.used++] = {begin, begin + segment.p_memsz};
+      watched.code[watched.used++] = {isLibuv ? Library::kLibuv : Library::kOwn, begin, begin + segment.p_memsz};
     }
     return 0;
   }
@@ -78,16 +81,16 @@ enum CallNumber : std::size_t {
   kRead,
   kWrite,
   kWritev,
-  kSendmsg,
+  kVdprintf,
   kClose,
   kFcntl,
   kIoctl,
   kOpen,
   kFstat,
-  kStat,
+  kLstat,
   kRename,
-  kRemove,
   kUnlink,
+  kUnlinkat,
   kOpendir,
   kPoll,
   kInotifyInit1,
@@ -118,16 +121,16 @@ constexpr std::array<Call, kCalls> kTable = {{
     {"read", {EINTR, EAGAIN, ENOMEM, ECONNRESET, EIO}},
     {"write", {EINTR, EAGAIN, ENOSPC, EPIPE, EIO}},
     {"writev", {EINTR, EAGAIN, ENOSPC, EPIPE, EIO}},
-    {"sendmsg", {EINTR, EAGAIN, ENOBUFS, EPIPE, EIO}},
+    {"vdprintf", {EINTR, EAGAIN, ENOSPC, EROFS, EIO}},
     {"close", kAny},
     {"fcntl", kAny},
     {"ioctl", kAny},
     {"open", {EINTR, EMFILE, ENOSPC, EROFS, EIO}},
     {"fstat", kAny},
-    {"stat", {EINTR, EACCES, ENOMEM, ENOENT, EIO}},
+    {"lstat", {EINTR, EACCES, ENOMEM, ENOENT, EIO}},
     {"rename", {EINTR, ENOSPC, EROFS, EACCES, EIO}},
-    {"remove", {EINTR, ENOSPC, EROFS, EACCES, EIO}},
     {"unlink", {EINTR, ENOSPC, EROFS, EACCES, EIO}},
+    {"unlinkat", {EINTR, ENOSPC, EROFS, EACCES, EIO}},
     {"opendir", {EINTR, EMFILE, EACCES, ENOMEM, EIO}},
     {"poll", {EINTR, EAGAIN, ENOMEM, EINVAL, EIO}},
     {"inotify_init1", {EINTR, EMFILE, ENFILE, ENOMEM, EIO}},
@@ -143,20 +146,27 @@ std::atomic<std::size_t> plannedCall{kCalls};
 std::atomic<int> plannedError{0};
 std::array<std::atomic<std::uint64_t>, kCalls> counts{};
 
+/// libuv's clock does not fail: libuv would take the time for 0, and a loop with a timer would sleep on until something
+/// else wakes it.
 bool fails(CallNumber call, const void* caller) noexcept {
   if (!isArmed()) return false;
   static const Watched watched;
-  if (!watched.holds(caller)) return false;
+  const Library library = watched.at(caller);
+  if (library == Library::kNone || (library == Library::kLibuv && call == kClockGettime)) return false;
   ++counts[call];
   if (call != plannedCall || !strikes(Kind::kSystemCall)) return false;
   errno = plannedError;
   return true;
 }
 
-/// The standard streams are not what fails, but where lines go then; and an eventfd is full only when it is readable,
-/// so that its writer need not care.
-bool canFail(int writtenTo, std::size_t size) noexcept {
-  return writtenTo > STDERR_FILENO && (size != sizeof(std::uint64_t) || plannedError != EAGAIN);
+/// The standard streams are not what fails, but where lines go then.
+bool canFail(int writtenTo) noexcept {
+  return writtenTo > STDERR_FILENO;
+}
+
+/// An eventfd is full only when it is readable, so that its writer need not care.
+bool isFullEvent(std::size_t size) noexcept {
+  return size == sizeof(std::uint64_t) && plannedError == EAGAIN;
 }
 
 template <class Function>
@@ -216,12 +226,11 @@ FAULTS_CALL(kGetsockopt, int, getsockopt, -1, (int file, int level, int name, vo
             (file, level, name, value, size))
 FAULTS_CALL(kRead, ssize_t, read, -1, (int file, void* buffer, size_t size), (file, buffer, size))
 FAULTS_CALL(kWritev, ssize_t, writev, -1, (int file, const iovec* parts, int count), (file, parts, count))
-FAULTS_CALL(kSendmsg, ssize_t, sendmsg, -1, (int file, const msghdr* message, int flags), (file, message, flags))
 FAULTS_CALL(kFstat, int, fstat64, -1, (int file, void* status), (file, status))
-FAULTS_CALL(kStat, int, stat64, -1, (const char* path, void* status), (path, status))
+FAULTS_CALL(kLstat, int, lstat64, -1, (const char* path, void* status), (path, status))
 FAULTS_CALL(kRename, int, rename, -1, (const char* from, const char* to), (from, to))
-FAULTS_CALL(kRemove, int, remove, -1, (const char* path), (path))
 FAULTS_CALL(kUnlink, int, unlink, -1, (const char* path), (path))
+FAULTS_CALL(kUnlinkat, int, unlinkat, -1, (int directory, const char* path, int flags), (directory, path, flags))
 FAULTS_CALL(kOpendir, void*, opendir, nullptr, (const char* path), (path))
 FAULTS_CALL(kPoll, int, poll, -1, (pollfd * files, nfds_t count, int time), (files, count, time))
 FAULTS_CALL(kInotifyInit1, int, inotify_init1, -1, (int flags), (flags))
@@ -261,9 +270,18 @@ int stand_in_uv_accept(void* listener, void* stream) {
 ssize_t stand_in_write(int file, const void* buffer, size_t size) __asm__("write");
 ssize_t stand_in_write(int file, const void* buffer, size_t size) {
   static auto* const real = faults::next<ssize_t(int, const void*, size_t)>("write");
-  const bool isPossible = faults::canFail(file, size);
-  if (isPossible && faults::fails(faults::kWrite, __builtin_return_address(0))) return -1;
-  return real(file, buffer, size);
+  const bool hasFailed = faults::canFail(file) && faults::fails(faults::kWrite, __builtin_return_address(0));
+  const ssize_t count = !hasFailed || faults::isFullEvent(size) ? real(file, buffer, size) : -1;
+  if (!hasFailed) return count;
+  errno = faults::plannedError;
+  return -1;
+}
+
+int stand_in_vdprintf(int file, const char* format, std::va_list arguments) __asm__("vdprintf");
+int stand_in_vdprintf(int file, const char* format, std::va_list arguments) {
+  static auto* const real = faults::next<int(int, const char*, std::va_list)>("vdprintf");
+  if (faults::canFail(file) && faults::fails(faults::kVdprintf, __builtin_return_address(0))) return -1;
+  return real(file, format, arguments);
 }
 
 }  // extern "C"

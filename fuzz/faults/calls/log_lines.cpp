@@ -77,6 +77,7 @@ void logLines() {
             "no line is lost");
 
   ZAL_Log_SetFileMaxBytes(1);
+  ZAL_Log_SetFileMaxFiles(1);
   for (int i = 0; i < kLines; ++i) FAULTS_REQUIRE(zal_fprintf(stderr, "%d\n", i) == 0);
   ZAL_Log_FileClose("other");
   if (strikeCount() == 0 || !isSet) return;

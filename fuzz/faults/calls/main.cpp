@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "calls/interposed.hpp"
@@ -19,6 +18,7 @@
 #include "support/child.hpp"
 #include "support/fault.hpp"
 #include "support/life.hpp"
+#include "support/point.hpp"
 #include "support/sanitizer.hpp"
 #include "support/tally.hpp"
 
@@ -34,7 +34,7 @@ constexpr Scenario kScenarios[] = {
     {"log", logLines},
 };
 
-constexpr std::pair<Mode, const char*> kModes[] = {{Mode::kOnce, "once"}, {Mode::kForAWhile, "for a while"}};
+constexpr Mode kModes[] = {Mode::kOnce, Mode::kForAWhile};
 constexpr std::size_t kMostCalls = 64;
 
 struct Options {
@@ -82,17 +82,17 @@ void runWhole(const Scenario& scenario, Whole& whole) {
   checkLeft(whole, before);
 }
 
-struct Point {
+struct Fault {
   std::size_t call;
   int error;
   Mode mode;
   std::uint64_t number;
 };
 
-void runWithFault(const Scenario& scenario, const Point& point, const Whole& whole) {
+void runWithFault(const Scenario& scenario, const Fault& fault, const Whole& whole) {
   const int before = openDescriptors();
   watchBlocks();
-  armCall(point.call, point.error, point.mode, point.number);
+  armCall(fault.call, fault.error, fault.mode, fault.number);
   scenario.run();
   disarm();
   report().strikes = strikeCount();
@@ -113,28 +113,24 @@ void measure(Children& children, const Scenario& scenario, Whole& whole) {
   children.finish();
 }
 
-void startPoint(Children& children, const Scenario& scenario, const Point& point, const Whole& whole, Tally& tally) {
-  const Call& call = calls()[point.call];
-  const char* const mode = point.mode == Mode::kOnce ? "once" : "for a while";
-  const std::string name = std::string{"--only "} + call.name + " --scenario '" + scenario.name + "' --point " +
-                           std::to_string(point.number) + " (" + strerrorname_np(point.error) + ' ' + mode + ')';
-  children.start([&scenario, point, &whole] { runWithFault(scenario, point, whole); },
-                 [&tally, &call, name](Outcome outcome, const Report& report, const std::string& output) {
-                   if (outcome == Outcome::kPassed && report.strikes == 0) return;  // threads: it had fewer
-                   tally.add(call.name, name, outcome, report, output);
-                 });
+void startFault(Children& children, const Scenario& scenario, const Fault& fault, const Whole& whole, Tally& tally) {
+  const char* const call = calls()[fault.call].name;
+  const char* const mode = fault.mode == Mode::kOnce ? "once" : "for a while";
+  const std::string name = std::string{"--only "} + call + " --scenario '" + scenario.name + "' --point " +
+                           std::to_string(fault.number) + " (" + strerrorname_np(fault.error) + ' ' + mode + ')';
+  startPoint(children, tally, {call, name, [&scenario, fault, &whole] { runWithFault(scenario, fault, whole); }});
 }
 
 /// All points of a call in a scenario, or the one that was asked for.
 void runCall(Children& children, const Scenario& scenario, std::size_t call, const Whole& whole, const Options& options,
              Tally& tally) {
-  for (const auto& [mode, modeName] : kModes)
+  for (const Mode mode : kModes)
     for (const int error : calls()[call].errors) {
       const std::uint64_t first = options.point != 0 ? options.point : 1;
       const std::uint64_t last = options.point != 0 ? options.point : whole.counts[call];
       const std::uint64_t step = options.most != 0 ? last / options.most + 1 : 1;
       for (std::uint64_t number = first; number <= last; number += step)
-        startPoint(children, scenario, {call, error, mode, number}, whole, tally);
+        startFault(children, scenario, {call, error, mode, number}, whole, tally);
     }
 }
 

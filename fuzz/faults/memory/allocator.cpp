@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 #include <link.h>
+#include <pthread.h>
 
 #include <algorithm>
 #include <atomic>
@@ -259,6 +260,14 @@ int posix_memalign(void** block, std::size_t alignment, std::size_t size) noexce
 
 void free(void* block) noexcept {
   faults::release(block);
+}
+
+// A sanitizer asks with it for the stack of each new thread, and ends the process when it gets no answer.
+int pthread_getattr_np(pthread_t thread, pthread_attr_t* attributes) noexcept {
+  static int (*real)(pthread_t, pthread_attr_t*) = nullptr;
+  const faults::Aside aside;
+  if (real == nullptr) faults::find(real, "pthread_getattr_np");
+  return real(thread, attributes);
 }
 
 }  // extern "C"

@@ -1,5 +1,6 @@
 // Scenarios of the event loop and of the transport.
 #include <sys/inotify.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -33,12 +34,18 @@ void onTimer(uv_timer_t* timer) {
 }
 void onPoll(uv_poll_t* poll, int /*status*/, int /*events*/) {
   ++Calls::of(ZAL_EventLoop_GetPollContext(poll)).poll;
+  uv_os_fd_t file = -1;
+  std::array<char, 8> bytes{};
+  // Taken, else the loop never waits.
+  FAULTS_REQUIRE(uv_fileno(reinterpret_cast<uv_handle_t*>(poll), &file) == 0 &&
+                 read(file, bytes.data(), bytes.size()) > 0);
 }
 void onAsync(uv_async_t* async) {
   ++Calls::of(ZAL_EventLoop_GetAsyncContext(async)).async;
 }
 void onIdle(uv_idle_t* idle) {
   ++Calls::of(ZAL_EventLoop_GetIdleContext(idle)).idle;
+  uv_idle_stop(idle);  // else the loop never waits
 }
 void onWork(uv_work_t* request) {
   ++Calls::of(request->data).work;
@@ -46,7 +53,10 @@ void onWork(uv_work_t* request) {
 void onClosed(uv_handle_t* handle) {
   ++Calls::of(handle->data).closed;
 }
-void onChange(ZAL_EventLoopFsWatch /*watch*/, const char* /*name*/, std::uint32_t /*mask*/) {}
+std::atomic<int> changes{0};  // a watch's callback gets no user data
+void onChange(ZAL_EventLoopFsWatch /*watch*/, const char* /*name*/, std::uint32_t /*mask*/) {
+  ++changes;
+}
 
 /// A pipe with a byte in it.
 class Pipe {
@@ -64,13 +74,17 @@ class Pipe {
   std::array<int, 2> ends_{};
 };
 
-/// A watched directory. Its change lets the watch see that it was stopped.
+/// A watched directory. Its last change lets the watch see that it was stopped.
 void watchDirectory(ZAL_EventLoopContext loop) {
   std::array<char, 32> path{"/tmp/zal_faults_XXXXXX"};
   require(mkdtemp(path.data()) != nullptr, "a temporary directory");
+  changes = 0;
   if (ZAL_EventLoopFsWatch watch =
-          FAULTS_ATTEMPT(nullptr, ZAL_EventLoop_StartFs(loop, path.data(), IN_ATTRIB | IN_DELETE_SELF, onChange)))
+          FAULTS_ATTEMPT(nullptr, ZAL_EventLoop_StartFs(loop, path.data(), IN_ATTRIB | IN_DELETE_SELF, onChange))) {
+    chmod(path.data(), S_IRWXU);
+    FAULTS_REQUIRE(waitUnlessStruck([] { return changes > 0; }) || strikeCount() > 0);
     ZAL_EventLoop_StopFs(loop, watch);
+  }
   rmdir(path.data());
 }
 

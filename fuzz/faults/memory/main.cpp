@@ -12,6 +12,7 @@
 #include "support/child.hpp"
 #include "support/fault.hpp"
 #include "support/life.hpp"
+#include "support/point.hpp"
 #include "support/reached.hpp"
 #include "support/sanitizer.hpp"
 #include "support/tally.hpp"
@@ -113,12 +114,10 @@ void runScenario(Children& children, const Scenario& scenario, const Options& op
       const Mode planned = mode;
       const std::string name =
           std::string{"--only '"} + scenario.name + "' --point " + std::to_string(point) + " (" + modeName + ")";
-      children.start([&scenario, planned, point, &whole] { runWithFault(scenario, planned, point, whole.live); },
-                     [&, name](Outcome outcome, const Report& report, const std::string& output) {
-                       if (outcome == Outcome::kPassed && report.strikes == 0) return;  // threads: it had fewer
-                       if (outcome == Outcome::kEngineEnd && !scenario.mayEndInEngine) outcome = Outcome::kDied;
-                       tally.add(scenario.name, name, outcome, report, output);
-                     });
+      startPoint(children, tally,
+                 {scenario.name, name,
+                  [&scenario, planned, point, &whole] { runWithFault(scenario, planned, point, whole.live); },
+                  scenario.mayEndInEngine});
     }
   children.finish();
 }

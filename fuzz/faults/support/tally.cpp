@@ -55,13 +55,13 @@ void Tally::add(const std::string& row, const std::string& point, Outcome outcom
 }
 
 void Tally::printRow(const Row& row) {
-  std::printf("%-28s %7d %7d %7d %7d %7d\n", row.name.c_str(), row.points, row.passed, row.engineEnds, row.libuvAborts,
-              row.failed);
+  std::printf("%-28s %7d %7d %7d %7d %7d %7d\n", row.name.c_str(), row.points, row.passed, row.engineEnds,
+              row.libuvAborts, row.failed, row.unmet);
 }
 
 void Tally::print(const char* rowTitle) const {
   constexpr std::size_t kShown = 20;
-  std::printf("%-28s %7s %7s %7s %7s %7s\n", rowTitle, "points", "passed", "engine", "libuv", "failed");
+  std::printf("%-28s %7s %7s %7s %7s %7s %7s\n", rowTitle, "points", "passed", "engine", "libuv", "failed", "unmet");
   Row total{.name = "total"};
   for (const Row& row : rows_) {
     printRow(row);
@@ -70,6 +70,7 @@ void Tally::print(const char* rowTitle) const {
     total.engineEnds += row.engineEnds;
     total.libuvAborts += row.libuvAborts;
     total.failed += row.failed;
+    total.unmet += row.unmet;
   }
   printRow(total);
   for (const auto& [function, count] : libuvAborts_)

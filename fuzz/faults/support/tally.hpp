@@ -16,6 +16,8 @@ class Tally {
   /// `point` is how to meet the point again.
   void add(const std::string& row, const std::string& point, Outcome outcome, const Report& report,
            const std::string& output);
+  /// A point that no run came to.
+  void addUnmet(const std::string& row) { ++rowOf(row).unmet; }
   void print(const char* rowTitle) const;
   [[nodiscard]] bool hasFailures() const noexcept { return !failures_.empty(); }
 
@@ -27,6 +29,7 @@ class Tally {
     int engineEnds = 0;
     int libuvAborts = 0;
     int failed = 0;
+    int unmet = 0;
   };
   Row& rowOf(const std::string& name);
   static void printRow(const Row& row);
