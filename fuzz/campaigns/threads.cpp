@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "fuzz/campaigns/support/endpoint.hpp"
+#include "fuzz/campaigns/support/processor_wait.hpp"
 #include "fuzz/campaigns/support/vitals.hpp"
 #include "fuzz/campaigns/threads/everything.hpp"
 #include "fuzz/campaigns/threads/polite_agent.hpp"
@@ -94,7 +95,14 @@ void writeLog(int /*member*/, int turn) {
 /// How long a call took beyond what it may wait for, in milliseconds.
 class Durations {
  public:
-  void add(std::chrono::duration<double, std::milli> time) { all_.push_back(time.count()); }
+  /// Throws Failure when it is more than what a call may take, and what the machine takes.
+  void add(Milliseconds time, Milliseconds machine) {
+    constexpr Milliseconds kBound{50};
+    if (time > kBound + machine)
+      throw Failure{"a call took " + std::to_string(time.count()) + " ms, at most " + std::to_string(machine.count()) +
+                    " of them by the machine"};
+    all_.push_back(time.count());
+  }
   [[nodiscard]] std::string text() {
     if (all_.empty()) return "never";
     std::sort(all_.begin(), all_.end());
@@ -115,9 +123,11 @@ struct Times {
 };
 
 void stop(ZAL_ClientHandle client, Times& times) {
+  const ProcessorWait wait;
   const auto begin = Clock::now();
   ZAL_Client_Stop(client);
-  times.stop.add(Clock::now() - begin);
+  const Milliseconds time = Clock::now() - begin;
+  times.stop.add(time, wait.sum());
 }
 
 /// One client's life. In turn it is stopped first, stopped and started again, or destroyed as it runs.
@@ -133,9 +143,11 @@ void live(int cycle, const std::string& url, Stage& stage, Times& times) {
   if (cycle % 3 == 1) ZAL_Client_Start(client);
   stage.leave();
 
+  const ProcessorWait wait;
   const auto begin = Clock::now();
   ZAL_Client_Destroy(client);
-  times.destroy.add(Clock::now() - std::max(begin, handlerWatch.lastEnd()));
+  const Milliseconds time = Clock::now() - std::max(begin, handlerWatch.lastEnd());
+  times.destroy.add(time, wait.sum());
 }
 
 void run(int cycles) {

@@ -45,7 +45,11 @@ const std::vector<void (HostileAgent::*)()> HostileAgent::kEnds{
     &HostileAgent::endWithGarbage, &HostileAgent::endWithOversized, &HostileAgent::endUnread,
 };
 
-void Lateness::add(std::chrono::duration<double, std::milli> late) {
+void Lateness::add(Milliseconds late, Milliseconds machine) {
+  constexpr Milliseconds kWorkAhead{200};  // of the workers, who subscribe as well
+  if (late > kWorkAhead + machine)
+    throw Failure{"the client is back " + std::to_string(late.count()) + " ms too late, at most " +
+                  std::to_string(machine.count()) + " ms by the machine"};
   ++returns;
   worstMs = std::max(worstMs, late.count());
   if (late.count() > 20) ++above20Ms;
@@ -91,13 +95,14 @@ void HostileAgent::meet(const std::string& configuration) {
   await(isConfigurationAsked_, "the client does not ask for its configuration");
   sendCut(encodeImage({{.code = ZAL_IPC_CMD_CONFIG, .payload = configuration}}));
   await(isSubscribed_, "the client does not subscribe");
-  lateness_.add(Clock::now() - back_ - milliseconds{Application::kIntervalMs + 100});
+  lateness_.add(Clock::now() - back_ - milliseconds{Application::kIntervalMs + 100}, sinceBack_.sum());
 }
 
 void HostileAgent::leave() {
   connection_ = Connection{Descriptor{}};
   ledger_.abandon();
   if (random_.oneIn(4)) vanish();
+  sinceBack_ = {};
   back_ = Clock::now();
 }
 

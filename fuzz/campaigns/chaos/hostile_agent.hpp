@@ -2,7 +2,6 @@
 // client owes for it.
 #pragma once
 
-#include <chrono>
 #include <map>
 #include <set>
 #include <string>
@@ -11,6 +10,7 @@
 #include "fuzz/campaigns/chaos/application.hpp"
 #include "fuzz/campaigns/chaos/ledger.hpp"
 #include "fuzz/campaigns/support/endpoint.hpp"
+#include "fuzz/campaigns/support/processor_wait.hpp"
 #include "fuzz/campaigns/support/random.hpp"
 
 namespace zal::campaign {
@@ -21,7 +21,8 @@ struct Lateness {
   long above20Ms = 0;
   long returns = 0;
 
-  void add(std::chrono::duration<double, std::milli> late);
+  /// Throws Failure when it is more than what the machine takes, and the work that is ahead of it.
+  void add(Milliseconds late, Milliseconds machine);
 };
 
 class HostileAgent {
@@ -103,6 +104,7 @@ class HostileAgent {
   Application& application_;
   Connection connection_{Descriptor{}};
   Clock::time_point back_ = Clock::now();
+  ProcessorWait sinceBack_;
 
   Ledger ledger_;
   Lateness lateness_;
