@@ -24,6 +24,7 @@ WORDS = ROOT / "fuzz/words.dict"
 DOCUMENT = ROOT / "docs/reliability.md"
 
 TIMEOUT_S, MEMORY_MB = 5, 512
+AIM_EXECUTIONS, AIM_S = 25_000_000, 7200  # of each target in all, whichever comes first
 FREED_KEPT_MB = 64  # by ASan, to see that it is not used again; it counts as memory
 BEGIN, END = "<!-- scripts/fuzz.py: begin -->", "<!-- end -->"
 COLUMNS = ("target", "executions", "processor seconds", "executions/s", "findings", "peak MB")
@@ -69,14 +70,15 @@ def is_starved(target, path):
     return True
 
 
-def run(target, seconds):
-    """The row of one run, and the inputs that failed."""
+def run(target, seconds, executions):
+    """The row of one run, which ends after so many seconds or executions (-1: any number), and the inputs that failed."""
     findings = BUILD / "findings" / target
     findings.mkdir(parents=True, exist_ok=True)
     before = set(findings.iterdir())
     status, output, used = execute([
         PROGRAMS / f"fuzz_{target}",
         f"-max_total_time={seconds}",
+        f"-runs={executions}",
         f"-timeout={TIMEOUT_S}",
         f"-rss_limit_mb={MEMORY_MB}",
         f"-artifact_prefix={findings}/",
@@ -117,6 +119,12 @@ def machine():
     return f"{os.uname().machine}, {model.group(1) if model else 'unknown processor'}"
 
 
+def executions_to_aim(target):
+    """How many are left until the target has what is aimed at; 0 when it has."""
+    executions, seconds, *_ = read_totals(DOCUMENT.read_text()).get(target, [0, 0])
+    return max(AIM_EXECUTIONS - executions, 0) if seconds < AIM_S else 0
+
+
 def add_to_document(target, row):
     text = DOCUMENT.read_text()
     totals = read_totals(text)
@@ -127,12 +135,12 @@ def add_to_document(target, row):
     DOCUMENT.write_text(text.split(BEGIN)[0] + block + text.split(END, 1)[1])
 
 
-def fuzz(targets, seconds, jobs, is_counted):
+def fuzz(targets, seconds, jobs, is_counted, to_aim=False):
     failed = []
     lock = threading.Lock()
 
     def one(target):
-        row, inputs = run(target, seconds)
+        row, inputs = run(target, seconds, executions_to_aim(target) if to_aim else -1)
         with lock:
             print(f"{target:16} {row[0]:12,} executions in {row[1]:5,} s, {row[0] // max(row[1], 1):8,} a second, "
                   f"{row[3]:4} MB", flush=True)
@@ -146,6 +154,14 @@ def fuzz(targets, seconds, jobs, is_counted):
         for future in [pool.submit(one, target) for target in targets]:
             future.result()
     return 1 if failed else 0
+
+
+def fuzz_to_aim(targets, seconds, jobs):
+    """Runs after runs of those targets that lack executions, until none does or an input failed."""
+    status = 0
+    while status == 0 and (lacking := [target for target in targets if executions_to_aim(target) > 0]):
+        status = fuzz(lacking, seconds, jobs, is_counted=True, to_aim=True)
+    return status
 
 
 def is_nameless(path):
@@ -176,6 +192,8 @@ def main():
     parser.add_argument("targets", nargs="*", metavar="TARGET", help="all when none is named")
     parser.add_argument("--seconds", type=int, default=60, help="for each target (60)")
     parser.add_argument("--jobs", type=int, default=1, help="targets at a time (1)")
+    parser.add_argument("--aim", action="store_true",
+                        help="again and again, until each has 25 million executions or 7200 processor seconds in all")
     parser.add_argument("--short", action="store_true", help="one second each, and not counted")
     parser.add_argument("--keep", action="store_true", help="only choose inputs to check in from what was found")
     arguments = parser.parse_args()
@@ -187,6 +205,8 @@ def main():
         for target in targets:
             keep(target)
         return 0
+    if arguments.aim:
+        return fuzz_to_aim(targets, arguments.seconds, arguments.jobs)
     return fuzz(targets, 1 if arguments.short else arguments.seconds, arguments.jobs, not arguments.short)
 
 
