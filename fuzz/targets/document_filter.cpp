@@ -1,6 +1,5 @@
 // Any two texts as the filters of a request, and a document that is built under them: what is let in is what
-// jsonFilterTest lets in. The services database is left out: it is read anew for each test of a filter with a scheme.
-#include <netdb.h>
+// jsonFilterTest lets in.
 #include <zal/zal_json.h>
 
 #include <cstddef>
@@ -10,13 +9,6 @@
 
 #include "support/fuzz.hpp"
 #include "support/json.hpp"
-
-// The linker has the library call this instead of the C library's.
-extern "C" int __wrap_getservbyname_r(const char* /*name*/, const char* /*protocol*/, servent* /*entry*/,
-                                      char* /*buffer*/, std::size_t /*size*/, servent** result) {
-  *result = nullptr;
-  return 0;
-}
 
 namespace {
 
