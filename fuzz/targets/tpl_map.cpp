@@ -76,7 +76,7 @@ Arguments argumentsOf(std::string_view format, Input& input) {
       const int count = readCount(input);
       value = static_cast<std::uintptr_t>(static_cast<std::intptr_t>(count));
       ++arguments.count;
-      if (arguments.fitsAreas) product *= count;
+      if (arguments.fitsAreas) product *= std::max(count, 0);  // a map with a negative one is refused
       arguments.fitsAreas = arguments.fitsAreas && product <= kMostOfArea;
     }
   }
