@@ -7,6 +7,7 @@
 #include <array>
 #include <cstdio>
 #include <cstring>
+#include <numeric>
 #include <string>
 #include <vector>
 
@@ -50,6 +51,10 @@ struct Whole {
   int descriptors;  // more than before
   LiveBlocks live;
   std::array<std::uint64_t, kMostCalls> counts;
+
+  [[nodiscard]] std::uint64_t total() const noexcept {
+    return std::accumulate(counts.begin(), counts.end(), std::uint64_t{0});
+  }
 };
 
 int openDescriptors() noexcept {
@@ -102,8 +107,9 @@ void runWithFault(const Scenario& scenario, const Fault& fault, const Whole& who
   checkLeft(whole, before, scenario.forgotten);
 }
 
-void measure(Children& children, const Scenario& scenario, Whole& whole) {
-  children.start([&] { runWhole(scenario, whole); },
+Whole measureOnce(Children& children, const Scenario& scenario) {
+  const Shared<Whole> whole;
+  children.start([&] { runWhole(scenario, *whole); },
                  [&](Outcome outcome, const Report& report, const std::string& output) {
                    if (outcome == Outcome::kPassed) return;
                    std::printf("%s", output.c_str());
@@ -111,6 +117,16 @@ void measure(Children& children, const Scenario& scenario, Whole& whole) {
                                             ' ' + report.text.data()};
                  });
   children.finish();
+  return *whole;
+}
+
+Whole measure(Children& children, const Scenario& scenario) {
+  Whole shortest = measureOnce(children, scenario);
+  for (int i = 1; i < kCountedRuns; ++i) {
+    const Whole found = measureOnce(children, scenario);
+    if (found.total() < shortest.total()) shortest = found;
+  }
+  return shortest;
 }
 
 void startFault(Children& children, const Scenario& scenario, const Fault& fault, const Whole& whole, Tally& tally) {
@@ -143,12 +159,11 @@ int run(const Options& options) {
   std::array<std::uint64_t, kMostCalls> all{};
   for (const Scenario& scenario : kScenarios) {
     if (!options.scenario.empty() && options.scenario != scenario.name) continue;
-    const Shared<Whole> whole;
-    measure(children, scenario, *whole);
+    const Whole whole = measure(children, scenario);
     for (std::size_t call = 0; call < calls().size(); ++call) {
-      all[call] += whole->counts[call];
+      all[call] += whole.counts[call];
       if (options.only.empty() || options.only == calls()[call].name)
-        runCall(children, scenario, call, *whole, options, tally);
+        runCall(children, scenario, call, whole, options, tally);
     }
     children.finish();
   }

@@ -50,7 +50,7 @@ struct Options {
   std::uint64_t every = 1;
   std::uint64_t point = 0;
   bool isQuick = false;
-  std::size_t jobs = 8;
+  std::size_t jobs = 16;
 };
 
 void checkLive(const LiveBlocks& known, const char* when) {
@@ -86,8 +86,8 @@ void runWithFault(const Scenario& scenario, Mode mode, std::uint64_t point, cons
   checkLive(known, "left by the run after the fault");
 }
 
-/// What the run without a fault told. Its end is that of the program when it is not as it should be.
-Report measure(Children& children, const Scenario& scenario, const Reached& reached) {
+/// What a run without a fault told. Its end is that of the program when it is not as it should be.
+Report measureOnce(Children& children, const Scenario& scenario, const Reached& reached) {
   Report found{};
   children.start(
       [&] {
@@ -104,6 +104,15 @@ Report measure(Children& children, const Scenario& scenario, const Reached& reac
       });
   children.finish();
   return found;
+}
+
+Report measure(Children& children, const Scenario& scenario, const Reached& reached) {
+  Report shortest = measureOnce(children, scenario, reached);
+  for (int i = 1; i < kCountedRuns; ++i) {
+    const Report found = measureOnce(children, scenario, reached);
+    if (found.events < shortest.events) shortest = found;
+  }
+  return shortest;
 }
 
 void runScenario(Children& children, const Scenario& scenario, const Options& options, const Reached& reached,

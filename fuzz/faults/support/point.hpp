@@ -15,6 +15,10 @@ struct Point {
   bool mayEndInEngine = false;
 };
 
+/// How often a run without a fault is counted. The shortest one counts: on a busy machine a run can have a hundred
+/// times the events of another, only because its agent asked so often meanwhile.
+constexpr int kCountedRuns = 5;
+
 /// Starts it, and adds what comes of it to the tally. With threads, a run may have fewer events than the one that they
 /// were counted in: then it is tried again, `tries` times in all.
 void startPoint(Children& children, Tally& tally, Point point, int tries = 10);
