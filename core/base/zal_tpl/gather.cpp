@@ -93,7 +93,7 @@ std::size_t mostOf(const PendingImage& pending) noexcept {
 /// Makes room for `size` bytes. More than twice what has arrived is not reserved on the word of a header, so that
 /// growing costs little and lying gains little.
 void reserve(PendingImage& pending, std::size_t size) noexcept {
-  if (size <= pending.capacity) return;
+  if (pending.shown.bytes != nullptr && size <= pending.capacity) return;
   const std::size_t most = mostOf(pending);
   const std::size_t twice = size > most / 2 ? most : size * 2;
   pending.capacity = std::max(size, std::min(most, std::max(kFreelyReserved, twice)));
