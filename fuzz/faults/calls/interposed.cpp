@@ -29,7 +29,7 @@ enum class Library { kNone, kOwn, kLibuv };
 
 /// The code of one library in memory.
 struct Code {
-  Library library;
+  Library owner;
   std::uintptr_t begin;
   std::uintptr_t end;
 };
@@ -44,7 +44,7 @@ struct Watched {
   [[nodiscard]] Library at(const void* address) const noexcept {
     const auto place = reinterpret_cast<std::uintptr_t>(address);
     for (std::size_t i = 0; i < used; ++i)
-      if (place >= code[i].begin && place < code[i].end) return code[i].library;
+      if (place >= code[i].begin && place < code[i].end) return code[i].owner;
     return Library::kNone;
   }
 
